@@ -1,0 +1,198 @@
+#include "base/filesystem.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <vector>
+
+#include "base/criticalsection.h"
+#include "base/logging.h"
+#include "base/stringutils.h"
+
+namespace mpbp {
+namespace {
+
+constexpr size_t kAppPathSize = 255;
+
+struct Names {
+  CriticalSection lock;
+  std::string organization;
+  std::string application;
+};
+
+Names& TheNames() {
+  static Names names;
+  return names;
+}
+
+// Lower-case, without blanks.
+std::string AppDataLeaf() {
+  Names& names = TheNames();
+  CritScope scope(names.lock);
+  std::string leaf;
+  for (const char c : names.organization + "-" + names.application) {
+    if (c != ' ') leaf += ToLowerAscii(c);
+  }
+  return leaf;
+}
+
+// Null when the variable is not set or empty. The value is valid until the environment changes.
+const char* Environment(const char* name) {
+  const char* value = getenv(name);
+  return value && *value != '\0' ? value : nullptr;
+}
+
+// Empty when the password database has none.
+std::string HomeFromPasswordDatabase() {
+  std::vector<char> buffer(16384);
+  passwd entry{};
+  passwd* found = nullptr;
+  if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found) return {};
+  return found->pw_dir ? found->pw_dir : "";
+}
+
+// Empty when there is none.
+std::string HomeFolder() {
+  for (const char* variable : {"HOME", "DOTDIR"}) {
+    if (const char* value = Environment(variable)) return value;
+  }
+  return HomeFromPasswordDatabase();
+}
+
+bool GetUserBaseFolder(Pathname* path) {
+  if (const char* config = Environment("XDG_CONFIG_HOME")) {
+    path->SetFolder(config);
+    return true;
+  }
+  const std::string home = HomeFolder();
+  if (home.empty()) return false;
+  path->SetFolder(home);
+  path->AppendFolder(".config");
+  return true;
+}
+
+}  // namespace
+
+bool DirectoryIterator::Iterate(const std::string& folder) {
+  dir_.reset(opendir(folder.c_str()));
+  return dir_ && Next();
+}
+
+bool DirectoryIterator::Next() {
+  entry_ = readdir(dir_.get());
+  return entry_ != nullptr;
+}
+
+bool DirectoryIterator::IsDirectory() const {
+  if (entry_->d_type != DT_UNKNOWN && entry_->d_type != DT_LNK) return entry_->d_type == DT_DIR;
+  struct stat status {};
+  return fstatat(dirfd(dir_.get()), entry_->d_name, &status, 0) == 0 && S_ISDIR(status.st_mode);
+}
+
+void Filesystem::SetOrganizationName(std::string_view name) {
+  CritScope scope(TheNames().lock);
+  TheNames().organization = name;
+}
+
+void Filesystem::SetApplicationName(std::string_view name) {
+  CritScope scope(TheNames().lock);
+  TheNames().application = name;
+}
+
+bool Filesystem::GetAppDataFolder(Pathname* path, bool per_user) {
+  Pathname folder;
+  if (!per_user) {
+    folder.SetFolder("/var/cache/");
+  } else if (!GetUserBaseFolder(&folder)) {
+    return false;
+  }
+  folder.AppendFolder(AppDataLeaf());
+  if (!CreateFolder(folder.folder(), 0700)) return false;
+  // A folder that was there before keeps the mode it had.
+  if (chmod(folder.folder().c_str(), 0700) != 0) {
+    LOG_ERR(LS_ERROR) << "Can't set mode on " << folder.folder();
+    return false;
+  }
+  *path = folder;
+  return true;
+}
+
+bool Filesystem::GetTemporaryFolder(Pathname* path, bool create, std::string_view append) {
+  const char* base = Environment("TMPDIR");
+  if (!base) base = Environment("TMP");
+  path->SetPathname("");
+  path->SetFolder(base ? base : "/tmp");
+  if (!append.empty()) path->AppendFolder(append);
+  return !create || CreateFolder(path->folder(), 0700);
+}
+
+std::string Filesystem::TempFilename(const Pathname& folder, std::string_view prefix) {
+  std::string name = folder.folder();
+  if (!name.empty()) name.pop_back();
+  name.append("/").append(prefix).append("XXXXXX");
+  const int fd = mkostemp(name.data(), O_CLOEXEC);
+  if (fd < 0) return {};
+  close(fd);  // nothing was written
+  return name;
+}
+
+bool Filesystem::IsTemporaryPath(std::string_view path) {
+  return path.starts_with("/tmp/") || path.starts_with("/var/tmp/");
+}
+
+bool Filesystem::CreateFolder(const std::string& folder, mode_t mode) {
+  if (folder.empty() || folder.back() != '/') return false;
+  struct stat status {};
+  if (stat(folder.c_str(), &status) == 0) return S_ISDIR(status.st_mode);
+  if (errno != ENOENT) return false;
+  // Ends: "/" exists, and a path longer than the system takes fails above with ENAMETOOLONG.
+  const size_t parent_end = folder.find_last_of('/', folder.size() - 2);
+  if (folder.size() > 1 && parent_end != std::string::npos &&
+      !CreateFolder(folder.substr(0, parent_end + 1), mode)) {
+    return false;
+  }
+  LOG(LS_INFO) << "Creating folder: " << folder;
+  if (mkdir(folder.c_str(), mode) == 0) return true;
+  // The engine, which uses the same folders, may have been faster.
+  return errno == EEXIST && IsFolder(folder);
+}
+
+bool Filesystem::CreatePrivateFile(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd < 0) {
+    LOG_ERR(LS_ERROR) << "open() failed.";
+    return false;
+  }
+  close(fd);  // nothing was written
+  return true;
+}
+
+bool Filesystem::DeleteFile(const std::string& path) {
+  LOG(LS_INFO) << "Deleting file:" << path;
+  return unlink(path.c_str()) == 0;
+}
+
+bool Filesystem::IsFile(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool Filesystem::IsFolder(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool Filesystem::GetAppPathname(Pathname* path) {
+  char buffer[kAppPathSize];
+  const ssize_t length = readlink("/proc/self/exe", buffer, sizeof(buffer));
+  // A full buffer may hold a path that was cut off.
+  if (length <= 0 || static_cast<size_t>(length) == sizeof(buffer)) return false;
+  path->SetPathname(std::string_view(buffer, static_cast<size_t>(length)));
+  return true;
+}
+
+}  // namespace mpbp

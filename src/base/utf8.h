@@ -1,0 +1,20 @@
+// UTF-8 that may be broken.
+#ifndef MPBP_BASE_UTF8_H_
+#define MPBP_BASE_UTF8_H_
+
+#include <string>
+#include <string_view>
+
+namespace mpbp {
+
+// Whether the text is well-formed: shortest forms only, no surrogates, nothing above U+10FFFF. NUL
+// counts as a character.
+bool IsValidUtf8(std::string_view text);
+
+// The text with one U+FFFD for each run of bytes that begins a character and does not end it, and
+// for each byte that begins none.
+std::string ReplaceInvalidUtf8(std::string_view text);
+
+}  // namespace mpbp
+
+#endif  // MPBP_BASE_UTF8_H_
