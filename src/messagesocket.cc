@@ -1,0 +1,310 @@
+#include "messagesocket.h"
+
+#include <sys/random.h>
+
+#include <array>
+
+#include "base/logging.h"
+#include "base/thread.h"
+#include "portfileutils.h"
+
+namespace mpbp {
+namespace {
+
+constexpr size_t kReadSize = 4096;  // most bytes taken per read event
+constexpr int kBacklog = 5;
+constexpr int kMaxPort = 65535;
+
+bool MakeCookie(std::string* cookie) {
+  std::array<char, kPortFileCookieSize> bytes;
+  if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) return false;
+  cookie->assign(bytes.data(), bytes.size());
+  return true;
+}
+
+}  // namespace
+
+class MessageSocket::Guard {
+ public:
+  explicit Guard(MessageSocket& socket)
+      : socket_(socket), alive_(socket.life_.watch()), close_count_(socket.close_count_) {}
+  bool alive() const { return static_cast<bool>(alive_); }
+  bool open() const { return alive_ && socket_.close_count_ == close_count_; }
+
+ private:
+  const MessageSocket& socket_;
+  const LifeToken::Watch alive_;
+  const uint32_t close_count_;
+};
+
+MessageSocket::MessageSocket(uint32_t roles) : roles_(roles) {}
+
+MessageSocket::MessageSocket(uint32_t roles, std::unique_ptr<AsyncSocket> socket,
+                             std::string cookie)
+    : roles_(roles), state_(STATE_CONNECTED), authorized_(false), cookie_(std::move(cookie)) {
+  Attach(std::move(socket));
+}
+
+MessageSocket::~MessageSocket() { MessageSocket::Close(); }
+
+void MessageSocket::Attach(std::unique_ptr<AsyncSocket> socket) {
+  socket_ = std::move(socket);
+  socket_->SignalReadEvent.Connect(this, &MessageSocket::OnReadEvent);
+  socket_->SignalWriteEvent.Connect(this, &MessageSocket::OnWriteEvent);
+  socket_->SignalConnectEvent.Connect(this, &MessageSocket::OnConnectEvent);
+  socket_->SignalCloseEvent.Connect(this, &MessageSocket::OnCloseEvent);
+}
+
+bool MessageSocket::Connect(int* error) {
+  if (!(roles_ & ROLE_CLIENT)) {
+    LOG(LS_ERROR) << this << ": Requested Connect on non-client socket.";
+    return false;
+  }
+  if (state_ != STATE_CLOSED || socket_) return false;
+  Thread* const thread = Thread::Current();
+  auto socket = thread ? thread->socket_server()->CreateAsyncSocket(AF_INET, SOCK_STREAM) : nullptr;
+  if (!socket) {
+    LOG(LS_ERROR) << this << ": Failed to create client socket";
+    return false;
+  }
+  return Connect(std::move(socket), error);
+}
+
+bool MessageSocket::Connect(std::unique_ptr<AsyncSocket> socket, int* error) {
+  if (!(roles_ & ROLE_CLIENT)) {
+    LOG(LS_ERROR) << this << ": Requested Connect on non-client socket.";
+    return false;
+  }
+  int port = 0;
+  std::string cookie;
+  const bool read = ReadPortFile(&port, &cookie);
+  if (!read) {
+    port = 0;
+    cookie.clear();
+  }
+  port_ = port;
+  cookie_ = cookie;
+  const Guard guard(*this);
+  SignalReadPortFile(this, read);
+  if (!read || !guard.open()) return false;
+  if (state_ != STATE_CLOSED || socket_) return false;
+
+  int result = -1;
+  if (port_ > 0 && port_ <= kMaxPort) {
+    result = socket->Connect(SocketAddress::Loopback(static_cast<uint16_t>(port_)));
+  } else {
+    socket->SetError(EINVAL);
+  }
+  if (result < 0 && !IsBlockingError(socket->GetError())) {
+    LOG(LS_ERROR) << this
+                  << ": Failed to initiate connect from client socket, err=" << socket->GetError();
+    if (error) *error = socket->GetError();
+    return false;
+  }
+  authorized_ = false;
+  state_ = STATE_CONNECTING;
+  Attach(std::move(socket));
+  LOG(LS_INFO) << this << ":  sending cookie " << cookie_;
+  return SendFramed(MSG_COOKIE, cookie_);
+}
+
+bool MessageSocket::Listen() {
+  if (!(roles_ & ROLE_SERVER)) {
+    LOG(LS_ERROR) << this << ": Requested Listen on non-server socket.";
+    return false;
+  }
+  if (state_ != STATE_CLOSED || socket_) return false;
+  Thread* const thread = Thread::Current();
+  auto socket = thread ? thread->socket_server()->CreateAsyncSocket(AF_INET, SOCK_STREAM) : nullptr;
+  std::string cookie;
+  if (!socket || !MakeCookie(&cookie)) {
+    LOG(LS_ERROR) << this << ": Failed to create server socket";
+    return false;
+  }
+  if (socket->Bind(SocketAddress::Loopback(0)) < 0) {
+    LOG(LS_ERROR) << this << ": Failed to bind server socket, err=" << socket->GetError();
+    return false;
+  }
+  if (socket->Listen(kBacklog) < 0) {
+    LOG(LS_ERROR) << this << ": Failed to listen on server socket, err=" << socket->GetError();
+    return false;
+  }
+  const int port = socket->GetLocalAddress().port();
+  LOG(LS_INFO) << this << ": MessageSocket listening, port=" << port;
+  if (!WritePortFile(port, cookie)) return false;
+  port_file_written_ = true;
+  port_ = port;
+  cookie_ = cookie;
+  socket_ = std::move(socket);
+  socket_->SignalReadEvent.Connect(this, &MessageSocket::OnAcceptEvent);
+  return true;
+}
+
+bool MessageSocket::Send(const std::string& data) {
+  return state_ != STATE_CLOSED && socket_ && SendFramed(MSG_DATA, data);
+}
+
+bool MessageSocket::SendFramed(uint16_t type, const std::string& data) {
+  ByteBuffer buffer;
+  if (!Frame(type, data, buffer)) {
+    LOG(LS_ERROR) << this << ": Framing message failed. Message: " << data;
+    return false;
+  }
+  QueueBytes(buffer);
+  return true;
+}
+
+void MessageSocket::QueueBytes(const ByteBuffer& buffer) {
+  output_.WriteBytes({buffer.Data(), buffer.Length()});
+  if (state_ == STATE_CONNECTED) Flush();
+}
+
+void MessageSocket::Flush() {
+  if (!socket_ || output_.Length() == 0) return;
+  const int sent = socket_->Send(output_.Data(), output_.Length());
+  if (sent > 0) {
+    static_cast<void>(output_.Consume(static_cast<size_t>(sent)));
+  } else if (sent < 0 && !IsBlockingError(socket_->GetError())) {
+    LOG(LS_ERROR) << this << ": Failed to send, err=" << socket_->GetError();
+  }
+}
+
+void MessageSocket::Close() {
+  ++close_count_;
+  if (port_file_written_) {
+    DeletePortFile();  // logs its failure; there is nothing more to do about it
+    port_file_written_ = false;
+  }
+  output_.Clear();
+  input_.Clear();
+  OnClose();
+  if (socket_) {
+    socket_->Close();
+    socket_->SignalReadEvent.Disconnect(this);
+    socket_->SignalWriteEvent.Disconnect(this);
+    socket_->SignalConnectEvent.Disconnect(this);
+    socket_->SignalCloseEvent.Disconnect(this);
+    // It may be inside its own event handler.
+    std::unique_ptr<AsyncSocket> socket = std::move(socket_);
+    if (Thread* const thread = Thread::Current()) thread->Dispose(std::move(socket));
+  }
+  cookie_.clear();
+  state_ = STATE_CLOSED;
+  authorized_ = false;
+}
+
+void MessageSocket::HandleMessage(uint16_t type, const std::string& data) {
+  switch (type) {
+    case MSG_COOKIE:
+      OnCookie(data);
+      break;
+    case MSG_COOKIE_RESPONSE:
+      OnCookieResponse(data);
+      break;
+    case MSG_HOST_DESCRIPTION:
+      if (authorized_) {
+        host_description_ = data;
+      } else {
+        LOG(LS_ERROR) << this << ": Unauthorized host_description message received, data= " << data;
+      }
+      break;
+    case MSG_DATA:
+      if (authorized_) {
+        SignalMessage(this, data);
+      } else {
+        LOG(LS_ERROR) << this << ": Unauthorized message received, data=" << data;
+      }
+      break;
+    default:
+      LOG(LS_ERROR) << this << ": Unknown message received, type=" << type;
+  }
+}
+
+void MessageSocket::OnCookie(const std::string& data) {
+  if (data != cookie_) {
+    SendFramed(MSG_COOKIE_RESPONSE, "");
+    return;
+  }
+  SendFramed(MSG_COOKIE_RESPONSE, cookie_);
+  if (authorized_) return;
+  authorized_ = true;
+  SignalAuthorized(this);
+}
+
+void MessageSocket::OnCookieResponse(const std::string& data) {
+  if (authorized_ || data != cookie_) {
+    LOG(LS_ERROR) << this << ": Bad cookie response received; ignored!" << (authorized_ ? 1 : 0)
+                  << " | " << data << " | " << cookie_;
+    return;
+  }
+  LOG(LS_INFO) << this << ": Got cookie response, socket is authorized";
+  authorized_ = true;
+  SendFramed(MSG_HOST_DESCRIPTION, host_description_);
+  SignalAuthorized(this);
+}
+
+void MessageSocket::OnConnectEvent(AsyncSocket*) {
+  state_ = STATE_CONNECTED;
+  SignalConnected(this);
+}
+
+void MessageSocket::OnWriteEvent(AsyncSocket*) {
+  if (state_ == STATE_CONNECTED) Flush();
+}
+
+void MessageSocket::OnReadEvent(AsyncSocket* socket) {
+  char bytes[kReadSize];
+  const int count = socket->Recv(bytes, sizeof(bytes));
+  if (count < 0 && !IsBlockingError(socket->GetError())) {
+    const int error = socket->GetError();
+    LOG(LS_ERROR) << this << ": Failed to recv, err=" << error;
+    // The error is taken and the socket will raise no further event: this is its end.
+    OnCloseEvent(socket, error);
+    return;
+  }
+  if (count > 0) input_.WriteBytes({bytes, static_cast<size_t>(count)});
+  if (!dispatching_) DispatchMessages();
+}
+
+void MessageSocket::DispatchMessages() {
+  FrameList frames;
+  Unframe(input_, frames);
+  if (frames.empty()) return;
+  const Guard guard(*this);
+  dispatching_ = true;
+  for (const auto& [type, data] : frames) {
+    HandleMessage(type, data);
+    if (!guard.open()) break;  // what came before the end of the link is not for the next one
+  }
+  if (guard.alive()) dispatching_ = false;
+}
+
+void MessageSocket::OnCloseEvent(AsyncSocket*, int error) {
+  state_ = STATE_CLOSED;
+  const Guard guard(*this);
+  SignalClosed(this, error);
+  if (guard.open()) Close();
+}
+
+void MessageSocket::OnAcceptEvent(AsyncSocket* socket) {
+  std::unique_ptr<AsyncSocket> connection = socket->Accept(nullptr);
+  if (!connection) return;
+  std::unique_ptr<MessageSocket> accepted = CreateAcceptedSocket(std::move(connection), cookie_);
+  SignalAccepted(this, accepted);
+}
+
+bool MessageSocket::WritePortFile(int port, const std::string& cookie) {
+  port_file_stream_ = mpbp::WritePortFile(port_file_path_, port, cookie);
+  return port_file_stream_ != nullptr;
+}
+
+bool MessageSocket::ReadPortFile(int* port, std::string* cookie) {
+  return mpbp::ReadPortFile(port_file_path_, port, cookie);
+}
+
+bool MessageSocket::DeletePortFile() {
+  port_file_stream_.reset();
+  return mpbp::DeletePortFile(port_file_path_);
+}
+
+}  // namespace mpbp

@@ -1,0 +1,141 @@
+// The framed, cookie-authorised link between the plug-in and the engine over loopback TCP. One
+// class serves both ends: the client reads the port file, connects and proves that it knows the
+// cookie; the server listens, writes the port file and answers cookies. How a frame is laid out is
+// the derived class's.
+//
+//   client                                   server
+//     | -- cookie (1), the cookie -------------> |
+//     | <- cookie response (3), the cookie ----- |   authorized: both sides
+//     | -- host description (4) ---------------> |
+//     | <- data (2), in both directions -------> |
+//
+// On one thread, the one whose socket server owns the socket; signals are raised on it. A handler
+// may do anything, delete this object included.
+#ifndef MPBP_MESSAGESOCKET_H_
+#define MPBP_MESSAGESOCKET_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/bytebuffer.h"
+#include "base/filestream.h"
+#include "base/lifetoken.h"
+#include "base/signal.h"
+#include "base/socket.h"
+
+namespace mpbp {
+
+// First field of every frame.
+enum MessageType : uint16_t {
+  MSG_COOKIE = 1,            // client to server: the client's cookie
+  MSG_DATA = 2,              // both ways, once authorized
+  MSG_COOKIE_RESPONSE = 3,   // server to client: the cookie if the client's matched, else empty
+  MSG_HOST_DESCRIPTION = 4,  // client to server, once authorized
+  MSG_BINARY = 5,            // reserved
+};
+
+using FrameList = std::vector<std::pair<uint16_t, std::string>>;
+
+class MessageSocket : public SlotOwner {
+ public:
+  enum Role : uint32_t { ROLE_CLIENT = 1, ROLE_SERVER = 2 };
+  enum State : int32_t { STATE_CLOSED = 0, STATE_CONNECTING = 1, STATE_CONNECTED = 2 };
+
+  // Closes; see Close.
+  virtual ~MessageSocket();
+
+  // Client role: reads the port file and starts to connect. False when that was not possible, with
+  // the socket's error, if there was one, in *error (which may be null).
+  [[nodiscard]] bool Connect(int* error);
+  // The same on a socket of the caller's; it is destroyed on failure.
+  [[nodiscard]] bool Connect(std::unique_ptr<AsyncSocket> socket, int* error);
+
+  // Server role: listens on 127.0.0.1, on a port that the system chooses, makes a fresh cookie and
+  // writes the port file. False on failure, with an error line.
+  [[nodiscard]] bool Listen();
+
+  // Sends one data message, or queues it while connecting. False on a closed socket, or when it
+  // cannot be framed.
+  [[nodiscard]] bool Send(const std::string& data);
+
+  // Ends the link, drops what is buffered and removes the port file that Listen wrote. The system's
+  // socket is deleted later, through the current thread's queue. Raises nothing; closing twice is
+  // harmless.
+  void Close();
+
+  void set_port_file_path(std::string path) { port_file_path_ = std::move(path); }
+  // What a client sends about itself; on the server what the client sent.
+  void set_host_description(std::string text) { host_description_ = std::move(text); }
+  const std::string& host_description() const { return host_description_; }
+  int port() const { return port_; }  // 0 when unknown
+  const std::string& cookie() const { return cookie_; }
+  State state() const { return state_; }
+  bool authorized() const { return authorized_; }
+
+  Signal<MessageSocket*, bool> SignalReadPortFile;  // after every attempt: whether it was read
+  Signal<MessageSocket*> SignalConnected;
+  Signal<MessageSocket*> SignalAuthorized;  // once a connection
+  Signal<MessageSocket*, const std::string&> SignalMessage;
+  Signal<MessageSocket*, int> SignalClosed;  // the socket error, 0 when the peer closed
+  // Server role: a new connection, connected and not authorized. Who takes it moves it out.
+  Signal<MessageSocket*, std::unique_ptr<MessageSocket>&> SignalAccepted;
+
+ protected:
+  explicit MessageSocket(uint32_t roles);
+  // An accepted connection.
+  MessageSocket(uint32_t roles, std::unique_ptr<AsyncSocket> socket, std::string cookie);
+
+  virtual void HandleMessage(uint16_t type, const std::string& data);
+  virtual bool WritePortFile(int port, const std::string& cookie);
+  virtual bool ReadPortFile(int* port, std::string* cookie);
+  virtual bool DeletePortFile();
+  virtual void QueueBytes(const ByteBuffer& buffer);
+  virtual void OnClose() {}
+  // Appends one frame to `buffer`; false, with nothing appended, when this cannot be framed.
+  virtual bool Frame(uint16_t type, const std::string& data, ByteBuffer& buffer) = 0;
+  // Takes every complete frame out of `buffer` and leaves the rest.
+  virtual void Unframe(ByteBuffer& buffer, FrameList& frames) = 0;
+  // A socket of the same class for an accepted connection.
+  virtual std::unique_ptr<MessageSocket> CreateAcceptedSocket(std::unique_ptr<AsyncSocket> socket,
+                                                              const std::string& cookie) = 0;
+
+  bool SendFramed(uint16_t type, const std::string& data);
+
+ private:
+  // Sees, after a signal was raised, whether this object is gone or was closed by a handler.
+  class Guard;
+
+  void Attach(std::unique_ptr<AsyncSocket> socket);
+  void Flush();
+  void DispatchMessages();
+  void OnCookie(const std::string& data);
+  void OnCookieResponse(const std::string& data);
+  void OnConnectEvent(AsyncSocket* socket);
+  void OnReadEvent(AsyncSocket* socket);
+  void OnWriteEvent(AsyncSocket* socket);
+  void OnCloseEvent(AsyncSocket* socket, int error);
+  void OnAcceptEvent(AsyncSocket* socket);
+
+  const uint32_t roles_;
+  State state_ = STATE_CLOSED;
+  bool authorized_ = true;
+  int port_ = 0;
+  std::string cookie_;
+  std::unique_ptr<AsyncSocket> socket_;
+  ByteBuffer input_;
+  ByteBuffer output_;
+  bool dispatching_ = false;  // received messages are being handed out
+  bool port_file_written_ = false;
+  std::string port_file_path_;
+  std::string host_description_;
+  std::unique_ptr<FileStream> port_file_stream_;  // open for as long as the written file exists
+  uint32_t close_count_ = 0;
+  LifeToken life_;
+};
+
+}  // namespace mpbp
+
+#endif  // MPBP_MESSAGESOCKET_H_

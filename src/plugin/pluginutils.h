@@ -1,0 +1,36 @@
+// Starting the engine, and the plug-in's own log.
+#ifndef MPBP_PLUGIN_PLUGINUTILS_H_
+#define MPBP_PLUGIN_PLUGINUTILS_H_
+
+#include <memory>
+#include <string>
+
+#include "base/memorylog.h"
+
+namespace mpbp {
+
+// Starts the engine from the folder that the option "install_dir" names, or from the default one.
+// It is detached, gets no arguments and this process's environment. *error, which must not be null,
+// is 0 on success, else an errno value or -1 when the system gave none. True says that the
+// engine's process was started, not that its program exists. Blocks for two forks.
+[[nodiscard]] bool LaunchEngine(int* error);
+
+// Names the application for the file system, and sets up logging from the options `prefix` +
+// "_log_level" and "_log_path": to a file, by default `default_file_name` in the application data
+// folder, and to the log store. Then describes the machine in the log. Every failure is logged and
+// leaves out what failed; without the file the store stays empty.
+//
+// For module start; from one thread, as is ReleasePluginLog.
+void SetupPluginLogging(const std::string& prefix, const std::string& default_file_name);
+
+// The log in memory, shared with logging; null before SetupPluginLogging made it and after it was
+// released. From any thread.
+std::shared_ptr<MemoryLog> PluginLogStore();
+
+// For module shutdown: detaches every stream from logging, which closes the log file, and drops the
+// store. The next SetupPluginLogging starts with an empty one.
+void ReleasePluginLog();
+
+}  // namespace mpbp
+
+#endif  // MPBP_PLUGIN_PLUGINUTILS_H_
