@@ -1,0 +1,60 @@
+#include "plugin/mpbp/common/browserthread.h"
+
+#include <map>
+
+#include "base/criticalsection.h"
+#include "base/logging.h"
+
+namespace mpbp {
+namespace {
+
+struct Registry {
+  CriticalSection lock;
+  std::map<Thread*, std::shared_ptr<BrowserThread>> threads;
+
+  static Registry& Instance() {
+    static Registry registry;
+    return registry;
+  }
+};
+
+}  // namespace
+
+BrowserThread::BrowserThread(std::unique_ptr<Thread> wrapper, Thread* thread)
+    : wrapper_(std::move(wrapper)), thread_(thread) {}
+
+std::shared_ptr<BrowserThread> BrowserThread::Acquire() {
+  Registry& registry = Registry::Instance();
+  CritScope scope(registry.lock);
+  std::unique_ptr<Thread> wrapper = ThreadManager::Instance().WrapCurrentThread();
+  Thread* const current = wrapper ? wrapper.get() : Thread::Current();
+  std::shared_ptr<BrowserThread>& entry = registry.threads[current];
+  if (!entry) entry.reset(new BrowserThread(std::move(wrapper), current));
+  ++entry->channels_;
+  return entry;
+}
+
+void BrowserThread::Release() {
+  std::shared_ptr<BrowserThread> last;  // outlives the lock: what is queued is deleted with it
+  Registry& registry = Registry::Instance();
+  CritScope scope(registry.lock);
+  if (--channels_ > 0) return;
+  const auto found = registry.threads.find(thread_);
+  if (found == registry.threads.end()) return;
+  last = std::move(found->second);
+  registry.threads.erase(found);
+  if (!wrapper_) return;  // it was there before us
+  if (thread_->IsCurrent()) {
+    ThreadManager::Instance().UnwrapCurrentThread();
+  } else {
+    LOG(LS_ERROR) << "Can't clear the TLS for browser thread because it isn't the current thread.";
+  }
+}
+
+void BrowserThread::Pump() {
+  if (busy_) return;
+  const BusyScope busy(*this);
+  thread_->ProcessMessages(0);
+}
+
+}  // namespace mpbp

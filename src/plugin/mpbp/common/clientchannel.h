@@ -1,0 +1,182 @@
+// The plug-in's end of the link to the engine: finds it, starts it when it is not there, passes the
+// handshake, relays texts both ways, restarts an engine that dies, and tells the page every step.
+//
+//   state                   OnSocketConnected  OnSocketAuthorized  "qw"  OnSocketClosed  Stop
+//   0 CHANNEL_NOT_CONNECTED         1                  -             -         0           0
+//   1 CHANNEL_CONNECTED             -                  2             -         0           0
+//   2 CHANNEL_AUTHORIZED            -                  -             3         0           0
+//   3 CHANNEL_READY                 -                  -             -         0           0
+//
+// What a closed link leads to, by the state it was in:
+//   0, no restart tried yet   restart the engine after a second (its port file is stale)
+//   0, restart tried          connect again after a second
+//   1                         give up; the online check looks again
+//   2                         tell the page "f-dead"; give up; the online check looks again
+//   3                         tell the page "f-dead"; restart the engine after a second
+//
+// Everything runs on the browser's main thread. Every text for the page calls out to the page,
+// which may from there send, kill, stop and start this channel, or destroy its owner: a channel is
+// held by whoever is on the stack, and looks again, after each such call, whether its run has
+// ended.
+#ifndef MPBP_PLUGIN_MPBP_COMMON_CLIENTCHANNEL_H_
+#define MPBP_PLUGIN_MPBP_COMMON_CLIENTCHANNEL_H_
+
+#include <json/value.h>
+
+#include <deque>
+#include <memory>
+#include <string>
+
+#include "base/memorylog.h"
+#include "base/messagehandler.h"
+#include "base/signal.h"
+#include "logutility.h"
+#include "plugin/mpbp/common/browserthread.h"
+#include "plugin/mpbp/common/httpmessages.h"
+#include "pluginmessagesocket.h"
+
+namespace mpbp {
+
+// Texts for the page; besides them it gets "f-connect" texts and what the engine sends.
+inline constexpr char kReadyText[] = "[\"f-ready\"]";
+inline constexpr char kDeadText[] = "[\"f-dead\"]";
+inline constexpr char kKilledText[] = "[\"f-killed\"]";
+
+// The plug-in instance, as the channel sees it.
+class ClientChannelDelegate {
+ public:
+  ClientChannelDelegate(const ClientChannelDelegate&) = delete;
+  ClientChannelDelegate& operator=(const ClientChannelDelegate&) = delete;
+
+  // A text for the page. Anything may have happened to the channel when it returns.
+  virtual void MessageReceived(const std::string& text) = 0;
+  // Starts an HTTP request. True takes `response`, which comes back through SendHttpResponse when
+  // it is complete; false leaves it with the caller. Calls nothing of the channel inside.
+  virtual bool StartHttpRequest(const HttpRequest& request,
+                                std::unique_ptr<HttpResponse>& response) = 0;
+  // Answers the engine's text: true with the complete reply.
+  virtual bool GetProxyForUrl(const std::string& text, std::string* reply) = 0;
+
+ protected:
+  ClientChannelDelegate() = default;
+  ~ClientChannelDelegate() = default;
+};
+
+enum ChannelState : int32_t {
+  CHANNEL_NOT_CONNECTED = 0,
+  CHANNEL_CONNECTED = 1,   // waiting for authorization
+  CHANNEL_AUTHORIZED = 2,  // nothing heard from the engine yet
+  CHANNEL_READY = 3,       // the engine has sent a "qw" text
+};
+
+class ClientChannel : public MessageHandler,
+                      public SlotOwner,
+                      public std::enable_shared_from_this<ClientChannel> {
+ public:
+  // Null, with an error line, when pages of `url` are not served. `delegate` is borrowed until
+  // Detach.
+  static std::shared_ptr<ClientChannel> Create(ClientChannelDelegate* delegate,
+                                               const std::string& url);
+  ~ClientChannel() override;
+
+  // Starts the link, launching an engine when there is none. False when the channel runs already,
+  // or neither worked. Reports to the page from inside.
+  bool Start(std::unique_ptr<PluginMessageSocket> socket);
+  // Ends the link; the engine goes on. Harmless, with an error line, on a channel that does not
+  // run.
+  void Stop();
+  // No text reaches the delegate from here on; its owner is going.
+  void Detach() { delegate_ = nullptr; }
+
+  // From Start to Stop.
+  virtual bool IsRunning() const { return socket_ != nullptr; }
+  // A page's text: acted on here ("kill", "uploadbrowserpluginlog"), or written to the engine, or
+  // queued until the engine has authorized. False when it was not accepted.
+  virtual bool Send(const std::string& text);
+  // Answers an HTTP request of the engine. Dropped when the link that asked is gone.
+  void SendHttpResponse(std::unique_ptr<HttpResponse> response);
+
+  // The thread whose queue and sockets the channel uses; null while it does not run. Who pumps it
+  // holds it meanwhile.
+  std::shared_ptr<BrowserThread> browser_thread() const { return browser_thread_; }
+  int32_t state() const { return state_; }
+
+ protected:
+  enum TimerId : uint32_t { kMsgConnect = 0, kMsgRestart = 1, kMsgOnlineCheck = 2 };
+
+  ClientChannel(ClientChannelDelegate* delegate, std::string url);
+
+  // The in-memory plug-in log, null once it has been released.
+  virtual std::shared_ptr<MemoryLog> LogStore();
+  virtual bool ConnectSocket(int* error);
+  // Closes the socket without releasing it.
+  virtual void Disconnect();
+  virtual void PostDelayed(int32_t delay_ms, uint32_t id);
+  void OnMessage(Message* message) override;
+  virtual bool StartEngine();
+  virtual void OnSocketClosed(MessageSocket* socket, int reason);
+  virtual bool LaunchEngineProcess(int* error);
+
+ private:
+  friend class ClientChannelTestPeer;
+
+  enum ConnectStep {
+    STEP_PORT_FILE = 0,
+    STEP_CONNECT = 1,
+    STEP_ENGINE_START = 2,
+    STEP_CONNECTED = 3,
+    STEP_CLOSED = 4,
+  };
+
+  // Connection and lifecycle (clientchannel.cc).
+  void AttachSocket(std::unique_ptr<PluginMessageSocket> socket);
+  bool InitiateConnection();
+  void TryToConnect();
+  void RestartEngine();
+  void RequestRestart(const char* reason);
+  void OnPortFileRead(MessageSocket* socket, bool ok);
+  void OnSocketConnected(MessageSocket* socket);
+  void OnSocketAuthorized(MessageSocket* socket);
+  bool IsOurSocket(const MessageSocket* socket) const;
+  void ReleaseThread();
+  void SendConnectStatus(ConnectStep step, int error);
+  void Deliver(const std::string& text);
+  // Whether the run that was in progress at `run` has ended.
+  bool HasEnded(uint32_t run) const { return run != run_; }
+
+  // The watchdog (onlinecheck.cc).
+  void ScheduleOnlineCheck();
+  void HandleOnlineCheck();
+
+  // Routing (messagerouting.cc).
+  void OnSocketMessage(MessageSocket* socket, const std::string& text);
+  bool PreRoute(const std::string& text);
+  bool SendToEngine(const std::string& text);
+  bool WriteToEngine(const std::string& text);
+  void RelayToPage(const std::string& text);
+  bool HandleKill(const Json::Value& message);
+  void HandleHttpRequest(const std::string& text);
+  void HandleGetProxyForUrl(const std::string& text);
+  void StartHttpRequest(const HttpRequest& request, std::unique_ptr<HttpResponse> response);
+
+  // The log upload (logupload.cc).
+  bool HandleUploadBrowserPluginLog(const Json::Value& message);
+  void UploadLog(const std::string& jid);
+  bool BuildLogForm(MultipartStream* form, const std::string& jid);
+
+  ClientChannelDelegate* delegate_;
+  const std::string origin_url_;
+  std::deque<std::string> pending_sends_;
+  std::shared_ptr<BrowserThread> browser_thread_;
+  std::unique_ptr<PluginMessageSocket> socket_;
+  int32_t state_ = CHANNEL_NOT_CONNECTED;
+  int32_t pending_online_checks_ = 0;
+  int32_t bad_state_count_ = 0;
+  bool restart_tried_ = false;
+  uint32_t run_ = 0;   // counts starts and stops
+  uint32_t link_ = 0;  // counts links to the engine; 0: there was none yet
+};
+
+}  // namespace mpbp
+
+#endif  // MPBP_PLUGIN_MPBP_COMMON_CLIENTCHANNEL_H_

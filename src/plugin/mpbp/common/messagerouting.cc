@@ -1,0 +1,170 @@
+// The routing of a channel: which texts are relayed, and which are acted on here.
+#include "base/logging.h"
+#include "base/timeutils.h"
+#include "engineprocesses.h"
+#include "plugin/mpbp/common/clientchannel.h"
+#include "plugin/mpbp/common/json.h"
+
+namespace mpbp {
+namespace {
+
+// Page handling that takes longer is reported to the engine.
+constexpr int32_t kSlowHandlingMs = 1000;
+
+// Engine texts are told apart by these words, quotes included, wherever they stand: what is only
+// relayed is never parsed.
+constexpr char kAliveWord[] = "\"qw\"";
+constexpr char kHttpRequestWord[] = "\"httprequest\"";
+constexpr char kGetProxyWord[] = "\"getproxyforurl\"";
+
+bool Contains(const std::string& text, const char* word) {
+  return text.find(word) != std::string::npos;
+}
+
+std::string SlowHandlingComment(int32_t elapsed_ms) {
+  Json::Value message(Json::arrayValue);
+  message.append("comment");
+  message.append("JS layer took " + std::to_string(elapsed_ms) + "ms to handle message.");
+  return WriteJson(message);
+}
+
+}  // namespace
+
+bool ClientChannel::Send(const std::string& text) {
+  const std::shared_ptr<ClientChannel> self = shared_from_this();
+  return PreRoute(text) || SendToEngine(text);
+}
+
+bool ClientChannel::PreRoute(const std::string& text) {
+  const std::optional<Json::Value> message = ParseJson(text);
+  if (!message) return false;
+  const std::optional<std::string> kind = AsString(ElementAt(*message, 0));
+  if (kind == "kill") return HandleKill(*message);
+  if (kind == "uploadbrowserpluginlog") return HandleUploadBrowserPluginLog(*message);
+  return false;
+}
+
+bool ClientChannel::SendToEngine(const std::string& text) {
+  if (!IsRunning()) {
+    LOG(LS_ERROR) << this
+                  << ": Called ClientChannel::Send() on a client channel which was not running.";
+    return false;
+  }
+  // Until the engine has authorized the link it would drop the text, and what was queued before
+  // must go first.
+  if (state_ < CHANNEL_AUTHORIZED) {
+    pending_sends_.push_back(text);
+    return true;
+  }
+  return WriteToEngine(text);
+}
+
+bool ClientChannel::WriteToEngine(const std::string& text) {
+  if (!socket_->Send(text)) {
+    LOG(LS_ERROR) << this << ": Send failed: " << RedactMessage(text);
+    return false;
+  }
+  LOG(LS_INFO) << this << ": C->F: " << RedactMessage(text);
+  return true;
+}
+
+void ClientChannel::OnSocketMessage(MessageSocket* socket, const std::string& text) {
+  if (!IsOurSocket(socket)) return;
+  const std::shared_ptr<ClientChannel> self = shared_from_this();
+  LOG(LS_INFO) << this << ": F->C: " << text;
+  if (state_ == CHANNEL_AUTHORIZED && Contains(text, kAliveWord)) {
+    state_ = CHANNEL_READY;
+    restart_tried_ = false;
+  }
+  if (Contains(text, kHttpRequestWord)) {
+    HandleHttpRequest(text);
+  } else if (Contains(text, kGetProxyWord)) {
+    HandleGetProxyForUrl(text);
+  } else {
+    RelayToPage(text);
+  }
+}
+
+void ClientChannel::RelayToPage(const std::string& text) {
+  const uint32_t run = run_;
+  const uint32_t start = Time();
+  Deliver(text);
+  const int32_t elapsed = TimeDiff(Time(), start);
+  if (elapsed > kSlowHandlingMs && !HasEnded(run)) Send(SlowHandlingComment(elapsed));
+}
+
+bool ClientChannel::HandleKill(const Json::Value& message) {
+  const Json::Value& force = ElementAt(message, 1);
+  if (!force.isBool()) {
+    LOG(LS_ERROR) << this
+                  << ": Ignoring malformed 'kill' request (required boolean 'force' paramter)";
+    return false;
+  }
+  LOG(LS_VERBOSE) << this << ": Received kill request, force: " << force.asBool();
+  if (IsRunning()) {
+    LOG(LS_WARNING) << this
+                    << ": Kill requested on a running client channel. Stopping the channel.";
+    Stop();
+    Deliver(kDeadText);
+  }
+  LOG(LS_INFO) << this << ": Killing quern processes.";
+  LogEngineProcesses();
+  const int killed = KillEngineProcesses(false, force.asBool());
+  LOG(LS_INFO) << this << ": Attempting to kill " << killed << " quern process(es)";
+  Deliver(kKilledText);
+  LogEngineProcesses();
+  if (killed > 0) restart_tried_ = false;
+  return true;
+}
+
+void ClientChannel::HandleHttpRequest(const std::string& text) {
+  std::string errors;
+  const std::optional<Json::Value> message = ParseJson(text, &errors);
+  if (!message || !message->isArray()) {
+    LOG(LS_ERROR) << this << ": Malformed 'httprequest' from the engine, no JSON array: " << text
+                  << " " << errors;
+    return;
+  }
+  HttpRequest request;
+  auto response = std::make_unique<HttpResponse>();
+  response->link = link_;
+  if (!ReadHttpRequest(*message, &request, &response->request_id)) {
+    LOG(LS_ERROR) << this << ": Malformed 'httprequest' from the engine: " << text;
+    response->error = HTTP_NOT_STARTED;
+    SendHttpResponse(std::move(response));
+    return;
+  }
+  StartHttpRequest(request, std::move(response));
+}
+
+void ClientChannel::StartHttpRequest(const HttpRequest& request,
+                                     std::unique_ptr<HttpResponse> response) {
+  if (delegate_ && delegate_->StartHttpRequest(request, response)) return;
+  response->error = HTTP_NOT_STARTED;
+  SendHttpResponse(std::move(response));
+}
+
+void ClientChannel::SendHttpResponse(std::unique_ptr<HttpResponse> response) {
+  const std::shared_ptr<ClientChannel> self = shared_from_this();
+  if (!IsRunning() || (response->link != HttpResponse::kAnyLink && response->link != link_)) {
+    LOG(LS_INFO) << this << ": Dropping the answer to HTTP request " << response->request_id
+                 << ": the link that asked is gone.";
+    return;
+  }
+  if (response->body.Length() > 0) {
+    LOG(LS_INFO) << this << ": HttpResponse body.data "
+                 << RedactMessage({response->body.Data(), response->body.Length()});
+  }
+  SendToEngine(WriteHttpResponse(*response));  // logs its failure
+}
+
+void ClientChannel::HandleGetProxyForUrl(const std::string& text) {
+  std::string reply;
+  if (delegate_ && delegate_->GetProxyForUrl(text, &reply)) {
+    Send(reply);
+  } else {
+    LOG(LS_ERROR) << this << ": Failed getting proxy settings: " << text;
+  }
+}
+
+}  // namespace mpbp
