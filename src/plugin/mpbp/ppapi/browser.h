@@ -1,0 +1,68 @@
+// The browser's side of the plug-in interface, as the module uses it: the tables it offers, fetched
+// once when the module is initialised, and references to its vars and resources that release
+// themselves. On the browser's main thread only.
+//
+// A table that the browser lacks makes what needs it fail quietly: an undefined var, a null
+// resource, false.
+#ifndef MPBP_PLUGIN_MPBP_PPAPI_BROWSER_H_
+#define MPBP_PLUGIN_MPBP_PPAPI_BROWSER_H_
+
+#include "plugin/mpbp/ppapi/browser_abi.h"
+
+namespace mpbp {
+
+// Pointers are null where the browser lacks the table. The tables belong to the browser and stay
+// until the module is shut down.
+struct BrowserInterfaces {
+  PP_Module module = 0;
+  const PPB_Core_1_0* core = nullptr;
+  const PPB_Var_1_1* var = nullptr;
+  const PPB_Var_1_0* var_1_0 = nullptr;  // only where there is no 1.1
+  const PPB_Var_Deprecated_0_3* var_deprecated = nullptr;
+  const PPB_Instance_Private_0_1* instance_private = nullptr;
+  const PPB_Memory_Dev_0_1* memory = nullptr;
+  const PPB_URLLoader_1_0* url_loader = nullptr;
+  const PPB_URLRequestInfo_1_0* url_request_info = nullptr;
+  const PPB_URLResponseInfo_1_0* url_response_info = nullptr;
+  const PPB_URLLoaderTrusted_0_3* url_loader_trusted = nullptr;
+  const PPB_Parl_Private_2_0* parl_private = nullptr;
+  const PPB_Parl_Private_1_0* parl_private_1_0 = nullptr;  // only where there is no 2.0
+
+  // Views and input events: no function of these is called.
+  const void* view = nullptr;
+  const void* input_event = nullptr;
+  const void* keyboard_input_event = nullptr;
+  const void* mouse_input_event = nullptr;
+  const void* wheel_input_event = nullptr;
+  const void* touch_input_event = nullptr;
+};
+
+// What the browser offered at the last FetchBrowserInterfaces; all null before and after a reset.
+const BrowserInterfaces& Browser();
+void FetchBrowserInterfaces(PP_Module module, PPB_GetInterface get_interface);
+void ResetBrowserInterfaces();
+
+// Runs `callback` on the main thread after delay_ms. False without "PPB_Core;1.0".
+bool CallOnMainThread(int32_t delay_ms, const PP_CompletionCallback& callback, int32_t result);
+
+// One reference to a resource of the browser.
+class Resource {
+ public:
+  Resource() = default;
+  // Takes over the reference that the browser returned.
+  explicit Resource(PP_Resource resource) : resource_(resource) {}
+  Resource(Resource&& other) noexcept : resource_(other.resource_) { other.resource_ = 0; }
+  Resource& operator=(Resource&& other) noexcept;
+  ~Resource() { Reset(); }
+
+  explicit operator bool() const { return resource_ != 0; }
+  PP_Resource get() const { return resource_; }
+  void Reset();
+
+ private:
+  PP_Resource resource_ = 0;
+};
+
+}  // namespace mpbp
+
+#endif  // MPBP_PLUGIN_MPBP_PPAPI_BROWSER_H_

@@ -1,0 +1,103 @@
+#include "plugin/mpbp/ppapi/plugin.h"
+
+#include "base/logging.h"
+#include "plugin/allowlist.h"
+#include "plugin/mpbp/ppapi/browser.h"
+#include "plugin/mpbp/ppapi/instanceobject.h"
+#include "plugin/mpbp/ppapi/remotinghandler.h"
+#include "plugin/proxylookup.h"
+
+namespace mpbp {
+namespace {
+
+// How often the channel's sockets and timers are served.
+constexpr int32_t kPumpIntervalMs = 100;
+
+}  // namespace
+
+PluginObject::PluginObject(PP_Instance instance)
+    : instance_(instance),
+      stream_manager_(instance),
+      remoting_handler_(std::make_unique<RemotingHandler>(instance)) {
+  stream_manager_.SignalResponse.Connect(this, &PluginObject::OnHttpResponse);
+  remoting_handler_->SignalOutgoing.Connect(this, &PluginObject::SendToEngine);
+  LOG(LS_VERBOSE) << "PluginObject";
+}
+
+PluginObject::~PluginObject() { Destroy(); }
+
+bool PluginObject::Init() {
+  LOG(LS_VERBOSE) << "Init";
+  SetRequireSecureStandardHosts(true);
+  channel_ = ClientChannel::Create(this, PageUrl());
+  if (!channel_) return false;
+  pump_ = callbacks_.Repeating([weak = weak_from_this()](int32_t) {
+    if (const std::shared_ptr<PluginObject> self = weak.lock()) self->OnPump();
+  });
+  SchedulePump();
+  return true;
+}
+
+void PluginObject::Destroy() {
+  if (destroyed_) return;
+  destroyed_ = true;
+  LOG(LS_VERBOSE) << "~PluginObject";
+  if (channel_) {
+    if (channel_->IsRunning()) channel_->Stop();
+    channel_->Detach();  // it may be on the stack and live a little longer
+    channel_.reset();
+  }
+  callbacks_.CancelAll();
+  remoting_handler_.reset();
+  DisconnectAll();
+  onmessage_ = Var();
+  onerror_ = Var();
+  stream_manager_.Clear();
+}
+
+std::string PluginObject::PageUrl() const {
+  const PPB_Instance_Private_0_1* const instance_private = Browser().instance_private;
+  if (!instance_private) return {};
+  const Var window = Var::Adopt(instance_private->GetWindowObject(instance_));
+  return window.GetProperty("location").GetProperty("href").AsString().value_or("");
+}
+
+void PluginObject::SchedulePump() { CallOnMainThread(kPumpIntervalMs, pump_, 0); }
+
+void PluginObject::OnPump() {
+  SchedulePump();
+  if (!channel_) return;
+  // Held: the page may stop the channel, and so let the thread go, from below.
+  if (const std::shared_ptr<BrowserThread> thread = channel_->browser_thread()) thread->Pump();
+}
+
+Var PluginObject::GetInstanceObject() {
+  LOG(LS_VERBOSE) << "GetInstanceObject";
+  return CreateScriptObject(instance_, std::make_shared<InstanceObject>(weak_from_this()));
+}
+
+void PluginObject::MessageReceived(const std::string& text) {
+  LOG(LS_VERBOSE) << "MessageReceived " << text;
+  if (!remoting_handler_ || remoting_handler_->HandleMessage(text)) return;
+  if (onmessage_.is_object()) onmessage_.CallAsFunction(Var(text));
+  // The page may have destroyed the instance: nothing of it may be touched from here on.
+}
+
+bool PluginObject::StartHttpRequest(const HttpRequest& request,
+                                    std::unique_ptr<HttpResponse>& response) {
+  return stream_manager_.MakeRequest(request, response);
+}
+
+bool PluginObject::GetProxyForUrl(const std::string& text, std::string* reply) {
+  return AnswerProxyRequest(text, reply);
+}
+
+void PluginObject::SendToEngine(const std::string& text) {
+  if (channel_) channel_->Send(text);
+}
+
+void PluginObject::OnHttpResponse(std::unique_ptr<HttpResponse>& response) {
+  if (channel_) channel_->SendHttpResponse(std::move(response));
+}
+
+}  // namespace mpbp

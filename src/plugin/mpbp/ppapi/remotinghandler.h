@@ -1,0 +1,61 @@
+// Serves the engine's requests for permissions and remoting sessions through the private browser
+// interface. Requests come with the engine's texts; answers go back to the engine, never to the
+// page.
+//
+//   ["mpbp-request-permission", id, type, tag]   answered by
+//                          ["mpbp-request-permission-result", type, id, tag, granted]
+//   ["mpbp-start-remoting", id]                  ["mpbp-terminate-remoting-event", "", id] when it
+//                                                fails, or when the session ends
+//   ["mpbp-stop-remoting", id]                   not answered
+#ifndef MPBP_PLUGIN_MPBP_PPAPI_REMOTINGHANDLER_H_
+#define MPBP_PLUGIN_MPBP_PPAPI_REMOTINGHANDLER_H_
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <string>
+
+#include "base/signal.h"
+#include "plugin/mpbp/ppapi/callbacks.h"
+#include "plugin/mpbp/ppapi/parlprivate.h"
+
+namespace mpbp {
+
+// On the browser's main thread. The browser's callbacks may come after the handler is gone.
+class RemotingHandler {
+ public:
+  explicit RemotingHandler(PP_Instance instance);
+  RemotingHandler(const RemotingHandler&) = delete;
+  RemotingHandler& operator=(const RemotingHandler&) = delete;
+
+  // True when the text was one of the three requests, well-formed or not: the page does not get it.
+  bool HandleMessage(const std::string& text);
+
+  Signal<const std::string&> SignalOutgoing;  // an answer for the engine
+
+ private:
+  // What an answer to a permission request repeats of it.
+  struct Permission {
+    std::string id;
+    int32_t type = 0;
+    uint32_t tag = 0;
+  };
+
+  void RequestPermission(const Json::Value& message);
+  void OnPermission(const Permission& permission, int32_t result);
+  void SendPermissionResult(const Permission& permission, bool granted);
+  void StartRemoting(const Json::Value& message);
+  void OnStarted(const std::string& id, int32_t result);
+  void OnRemotingEvent(int32_t event);
+  void StopRemoting(const Json::Value& message);
+  void SendTerminateEvent(const std::string& id);
+
+  ParlPrivate browser_;
+  std::string remoting_id_;  // of the session that the browser confirmed; empty when there is none
+  CallbackFactory callbacks_;
+  PP_CompletionCallback event_callback_;
+};
+
+}  // namespace mpbp
+
+#endif  // MPBP_PLUGIN_MPBP_PPAPI_REMOTINGHANDLER_H_

@@ -1,0 +1,66 @@
+// The browser's URL loader: the tables, with owning references.
+#ifndef MPBP_PLUGIN_MPBP_PPAPI_URLLOADER_H_
+#define MPBP_PLUGIN_MPBP_PPAPI_URLLOADER_H_
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "plugin/mpbp/ppapi/browser.h"
+#include "plugin/mpbp/ppapi/var.h"
+
+namespace mpbp {
+
+struct UrlRequest {
+  std::string url;
+  std::string method;
+  std::string headers;  // lines
+  std::string body;     // bytes; nothing is sent when empty
+};
+
+class UrlResponseInfo {
+ public:
+  UrlResponseInfo() = default;
+  explicit UrlResponseInfo(PP_Resource info) : info_(info) {}
+
+  std::optional<std::string> Url() const { return Property(PP_URLRESPONSEPROPERTY_URL).AsString(); }
+  std::optional<std::string> StatusLine() const {
+    return Property(PP_URLRESPONSEPROPERTY_STATUSLINE).AsString();
+  }
+  std::optional<int32_t> StatusCode() const {
+    return Property(PP_URLRESPONSEPROPERTY_STATUSCODE).AsInt();
+  }
+  std::optional<std::string> Headers() const {
+    return Property(PP_URLRESPONSEPROPERTY_HEADERS).AsString();
+  }
+
+ private:
+  Var Property(PP_URLResponseProperty property) const;
+
+  Resource info_;
+};
+
+// One request. The results are the browser's codes; PP_OK_COMPLETIONPENDING says that the callback
+// will run. Destroying the loader ends the request; the browser touches no buffer after that.
+class UrlLoader {
+ public:
+  explicit UrlLoader(PP_Instance instance);
+  UrlLoader(const UrlLoader&) = delete;
+  UrlLoader& operator=(const UrlLoader&) = delete;
+  ~UrlLoader();
+
+  // Opens the request with access to every origin.
+  int32_t Open(const UrlRequest& request, const PP_CompletionCallback& callback);
+  // Completes with the number of bytes read, 0 at the end. `buffer` is borrowed until then.
+  int32_t Read(std::span<char> buffer, const PP_CompletionCallback& callback);
+  UrlResponseInfo ResponseInfo() const;
+
+ private:
+  const PP_Instance instance_;
+  Resource loader_;
+};
+
+}  // namespace mpbp
+
+#endif  // MPBP_PLUGIN_MPBP_PPAPI_URLLOADER_H_

@@ -1,0 +1,44 @@
+// Makes HTTP requests for the engine through the browser's URL loader, with the rights of the
+// plug-in instance.
+#ifndef MPBP_PLUGIN_STREAM_MANAGER_H_
+#define MPBP_PLUGIN_STREAM_MANAGER_H_
+
+#include <memory>
+#include <vector>
+
+#include "base/signal.h"
+#include "plugin/mpbp/common/httpmessages.h"
+#include "plugin/mpbp/ppapi/callbacks.h"
+
+namespace mpbp {
+
+// Any number of requests run at the same time. On the browser's main thread.
+class StreamManager {
+ public:
+  explicit StreamManager(PP_Instance instance);
+  StreamManager(const StreamManager&) = delete;
+  StreamManager& operator=(const StreamManager&) = delete;
+  ~StreamManager();
+
+  // Starts a request. True takes `response` and raises SignalResponse with it, later and never from
+  // inside this call, when the request has ended in whatever way; false leaves it with the caller.
+  bool MakeRequest(const HttpRequest& request, std::unique_ptr<HttpResponse>& response);
+  // Ends every request; no response of theirs follows.
+  void Clear();
+
+  Signal<std::unique_ptr<HttpResponse>&> SignalResponse;  // who wants the response moves it out
+
+ private:
+  class Stream;
+
+  void Finish(Stream* stream, std::unique_ptr<HttpResponse> response);
+
+  const PP_Instance instance_;
+  std::vector<std::unique_ptr<Stream>> in_flight_;
+  std::vector<std::unique_ptr<Stream>> finished_;  // deleted later: they are on the stack
+  CallbackFactory callbacks_;
+};
+
+}  // namespace mpbp
+
+#endif  // MPBP_PLUGIN_STREAM_MANAGER_H_
