@@ -44,7 +44,8 @@ class MessageSocket : public SlotOwner {
   enum Role : uint32_t { ROLE_CLIENT = 1, ROLE_SERVER = 2 };
   enum State : int32_t { STATE_CLOSED = 0, STATE_CONNECTING = 1, STATE_CONNECTED = 2 };
 
-  // Closes; see Close.
+  // Closes; see Close. A class that overrides DeletePortFile or OnClose calls Close in its own
+  // destructor.
   virtual ~MessageSocket();
 
   // Client role: reads the port file and starts to connect. False when that was not possible, with

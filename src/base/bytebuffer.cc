@@ -25,7 +25,7 @@ void ByteBuffer::MakeRoom(size_t length) {
   const size_t needed = unread + length;
   if (needed > bytes_.size()) {
     std::vector<char> larger(std::max(bytes_.size() * 3 / 2, needed));
-    memcpy(larger.data(), Data(), unread);
+    std::copy_n(Data(), unread, larger.begin());
     bytes_ = std::move(larger);
   } else {
     memmove(bytes_.data(), Data(), unread);

@@ -28,7 +28,7 @@ bool IsSafeToUse(const struct stat& status, int flags) {
 // The descriptor, or -1 with errno set. Non-blocking: a FIFO would otherwise keep the open waiting
 // for its other end, and a device its writers.
 int OpenDescriptor(const std::string& path, int flags) {
-  const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666);
+  const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
   if (fd < 0) return -1;
   struct stat status {};
   int error = 0;

@@ -89,6 +89,8 @@ struct LogMessageVoidify {
 
 }  // namespace mpbp
 
+// An expression that is a statement of its own: parentheses would keep `<<` out.
+// NOLINTNEXTLINE(bugprone-macro-parentheses)
 #define MPBP_LOG_IF_WANTED(severity, ...) \
   !::mpbp::LogMessage::Loggable(severity) \
       ? (void)0                           \

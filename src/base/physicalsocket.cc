@@ -251,7 +251,7 @@ void PhysicalSocket::SetError(int error) {
   error_ = error;
 }
 
-void PhysicalSocket::UpdateLastError() { SetError(errno); }
+void PhysicalSocket::UpdateLastError() { PhysicalSocket::SetError(errno); }
 
 int PhysicalSocket::EstimateMTU(uint16_t* mtu) {
   if (GetRemoteAddress().IsAny()) {

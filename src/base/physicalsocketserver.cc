@@ -19,7 +19,7 @@ constexpr int32_t kDrainBudgetMs = 30;
 // How long a select may block when there is no wake-up pipe to end it.
 constexpr int kUnwakeableWaitMs = 50;
 
-timeval ToTimeval(int ms) { return {ms / 1000, (ms % 1000) * 1000}; }
+timeval ToTimeval(int ms) { return {ms / 1000, (ms % 1000) * 1000L}; }
 
 }  // namespace
 

@@ -164,10 +164,8 @@ void* Thread::ThreadMain(void* argument) {
 }
 
 void Thread::Stop() {
-  if (!started_) {
-    return;
-  }
   Quit();
+  if (!started_) return;
   const int error = pthread_join(handle_, nullptr);
   if (error != 0) LOG_ERR_EX(LS_ERROR, error) << "pthread_join";
   started_ = false;

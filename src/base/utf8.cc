@@ -45,6 +45,35 @@ Step NextStep(std::string_view text) {
   return {lead.length, true};
 }
 
+// The code point of one well-formed character.
+uint32_t CodePoint(std::string_view character) {
+  const auto lead = static_cast<uint8_t>(character[0]);
+  if (character.size() == 1) return lead;
+  uint32_t code_point = lead & (0x7FU >> character.size());
+  for (const char byte : character.substr(1)) {
+    code_point = code_point << 6 | (static_cast<uint8_t>(byte) & 0x3FU);
+  }
+  return code_point;
+}
+
+bool IsNoncharacter(std::string_view character) {
+  const uint32_t code_point = CodePoint(character);
+  return (code_point & 0xFFFE) == 0xFFFE || (code_point >= 0xFDD0 && code_point <= 0xFDEF);
+}
+
+template <typename Predicate>
+std::string Replace(std::string_view text, Predicate is_kept) {
+  std::string result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    const Step step = NextStep(text);
+    const std::string_view character = text.substr(0, step.length);
+    result += step.valid && is_kept(character) ? character : std::string_view("\xEF\xBF\xBD");
+    text.remove_prefix(step.length);
+  }
+  return result;
+}
+
 }  // namespace
 
 bool IsValidUtf8(std::string_view text) {
@@ -57,14 +86,11 @@ bool IsValidUtf8(std::string_view text) {
 }
 
 std::string ReplaceInvalidUtf8(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  while (!text.empty()) {
-    const Step step = NextStep(text);
-    result += step.valid ? text.substr(0, step.length) : std::string_view("\xEF\xBF\xBD");
-    text.remove_prefix(step.length);
-  }
-  return result;
+  return Replace(text, [](std::string_view) { return true; });
+}
+
+std::string ReplaceInvalidUtf8AndNoncharacters(std::string_view text) {
+  return Replace(text, [](std::string_view character) { return !IsNoncharacter(character); });
 }
 
 }  // namespace mpbp

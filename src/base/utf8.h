@@ -15,6 +15,10 @@ bool IsValidUtf8(std::string_view text);
 // for each byte that begins none.
 std::string ReplaceInvalidUtf8(std::string_view text);
 
+// The same, with one U+FFFD for each noncharacter too (U+FDD0 to U+FDEF, and the last two of every
+// plane): they are well-formed, but not every browser takes them.
+std::string ReplaceInvalidUtf8AndNoncharacters(std::string_view text);
+
 }  // namespace mpbp
 
 #endif  // MPBP_BASE_UTF8_H_

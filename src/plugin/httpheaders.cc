@@ -1,6 +1,9 @@
 #include "plugin/httpheaders.h"
 
+#include <algorithm>
 #include <array>
+#include <cctype>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <limits>
@@ -65,21 +68,29 @@ bool ScanAsctime(const char* text, DateFields& f) {
   return end > 0 && text[end] == '\0';
 }
 
-std::optional<tm> ToTm(const DateFields& fields) {
-  tm result{};
-  size_t month = 0;
-  while (month < kMonths.size() && kMonths[month] != fields.month) ++month;
-  const bool valid = month < kMonths.size() && fields.day >= 1 && fields.day <= 31 &&
-                     fields.hour >= 0 && fields.hour < 24 && fields.minute >= 0 &&
-                     fields.minute < 60 && fields.second >= 0 && fields.second <= 60;
-  if (!valid) return std::nullopt;
-  result.tm_year = fields.year - kTmYearBase;
-  result.tm_mon = static_cast<int>(month);
-  result.tm_mday = fields.day;
-  result.tm_hour = fields.hour;
-  result.tm_min = fields.minute;
-  result.tm_sec = fields.second;
-  return result;
+// No number of a date has a sign, which scanning would let pass; "-" is a separator after a word.
+bool HasSign(std::string_view text) {
+  char before = ' ';
+  for (const char c : text) {
+    if ((c == '+' || c == '-') && !isalnum(static_cast<unsigned char>(before))) return true;
+    before = c;
+  }
+  return false;
+}
+
+// Nothing when there is no such day or time. A leap second counts as the one after it.
+std::optional<int64_t> ToSeconds(const DateFields& fields) {
+  const auto month = std::find(kMonths.begin(), kMonths.end(), fields.month);
+  if (month == kMonths.end() || fields.hour > 23 || fields.minute > 59 || fields.second > 60) {
+    return std::nullopt;
+  }
+  const std::chrono::year_month_day date(
+      std::chrono::year(fields.year),
+      std::chrono::month(static_cast<unsigned>(month - kMonths.begin()) + 1),
+      std::chrono::day(static_cast<unsigned>(fields.day)));
+  if (!date.ok()) return std::nullopt;
+  const std::chrono::seconds time = std::chrono::sys_days(date).time_since_epoch();
+  return time.count() + fields.hour * 3600 + fields.minute * 60 + fields.second;
 }
 
 }  // namespace
@@ -100,15 +111,12 @@ HttpHeaders ParseHttpHeaders(std::string_view block) {
 uint32_t ParseHttpDate(std::string_view date) {
   const std::string text(Trim(date));
   DateFields fields;
+  if (HasSign(text)) return 0;
   if (!ScanFixdate(text.c_str(), fields) && !ScanRfc850(text.c_str(), fields) &&
       !ScanAsctime(text.c_str(), fields)) {
     return 0;
   }
-  std::optional<tm> parts = ToTm(fields);
-  if (!parts) return 0;
-  const int day = parts->tm_mday;
-  const time_t seconds = timegm(&*parts);
-  if (parts->tm_mday != day) return 0;  // a day that its month does not have
+  const int64_t seconds = ToSeconds(fields).value_or(0);
   if (seconds < 0 || seconds > std::numeric_limits<uint32_t>::max()) return 0;
   return static_cast<uint32_t>(seconds);
 }

@@ -86,7 +86,7 @@ void ClientChannel::AttachSocket(std::unique_ptr<PluginMessageSocket> socket) {
 
 void ClientChannel::Stop() {
   LOG(LS_VERBOSE) << this << ": Stop: ";
-  if (!IsRunning()) {
+  if (!socket_) {
     LOG(LS_ERROR) << this
                   << ": Called ClientChannel::Stop() on a client channel which was not running.";
     return;
@@ -221,6 +221,7 @@ void ClientChannel::OnSocketClosed(MessageSocket* socket, int reason) {
   const std::shared_ptr<ClientChannel> self = shared_from_this();
   LOG(LS_VERBOSE) << this << ": OnSocketClosed: ";
   const uint32_t run = run_;
+  ++link_;  // what this link has asked for is not for the next one
   SendConnectStatus(STEP_CLOSED, reason);
   if (HasEnded(run)) return;
   const int32_t old_state = state_;

@@ -11,8 +11,8 @@ namespace {
 // Page handling that takes longer is reported to the engine.
 constexpr int32_t kSlowHandlingMs = 1000;
 
-// Engine texts are told apart by these words, quotes included, wherever they stand: what is only
-// relayed is never parsed.
+// Engine texts are told apart by these words, quotes included, wherever they stand: the channel
+// parses nothing that it only relays.
 constexpr char kAliveWord[] = "\"qw\"";
 constexpr char kHttpRequestWord[] = "\"httprequest\"";
 constexpr char kGetProxyWord[] = "\"getproxyforurl\"";

@@ -1,5 +1,6 @@
 #include "plugin/mpbp/ppapi/browser.h"
 
+#include <type_traits>
 #include <utility>
 
 namespace mpbp {
@@ -15,6 +16,30 @@ void Fetch(PPB_GetInterface get_interface, const char* name, const Table*& table
   table = static_cast<const Table*>(get_interface(name));
 }
 
+template <typename Table>
+VarFunctions FunctionsOf(const Table& table) {
+  VarFunctions functions;
+  functions.add_ref = table.AddRef;
+  functions.release = table.Release;
+  functions.to_utf8 = table.VarToUtf8;
+  if constexpr (std::is_same_v<Table, PPB_Var_1_1>) {
+    functions.from_utf8 = table.VarFromUtf8;
+  } else {
+    functions.from_utf8_for_module = table.VarFromUtf8;
+  }
+  return functions;
+}
+
+VarFunctions FetchVarFunctions(PPB_GetInterface get, const PPB_Var_Deprecated_0_3* var_deprecated) {
+  const PPB_Var_1_1* var = nullptr;
+  Fetch(get, PPB_VAR_INTERFACE_1_1, var);
+  if (var) return FunctionsOf(*var);
+  const PPB_Var_1_0* var_1_0 = nullptr;
+  Fetch(get, PPB_VAR_INTERFACE_1_0, var_1_0);
+  if (var_1_0) return FunctionsOf(*var_1_0);
+  return var_deprecated ? FunctionsOf(*var_deprecated) : VarFunctions();
+}
+
 }  // namespace
 
 const BrowserInterfaces& Browser() { return Interfaces(); }
@@ -27,9 +52,8 @@ void FetchBrowserInterfaces(PP_Module module, PPB_GetInterface get) {
   BrowserInterfaces& to = Interfaces();
   to.module = module;
   Fetch(get, PPB_CORE_INTERFACE_1_0, to.core);
-  Fetch(get, PPB_VAR_INTERFACE_1_1, to.var);
-  if (!to.var) Fetch(get, PPB_VAR_INTERFACE_1_0, to.var_1_0);
   Fetch(get, PPB_VAR_DEPRECATED_INTERFACE_0_3, to.var_deprecated);
+  to.var = FetchVarFunctions(get, to.var_deprecated);
   Fetch(get, PPB_INSTANCE_PRIVATE_INTERFACE_0_1, to.instance_private);
   Fetch(get, PPB_VIEW_INTERFACE_1_1, to.view);
   if (!to.view) Fetch(get, PPB_VIEW_INTERFACE_1_0, to.view);

@@ -11,13 +11,22 @@
 
 namespace mpbp {
 
+// Strings and references, of whichever table has them: "PPB_Var;1.1", "PPB_Var;1.0" or, as the last
+// resort, "PPB_Var(Deprecated);0.3". One of the two that make strings is set, or nothing is.
+struct VarFunctions {
+  void (*add_ref)(PP_Var) = nullptr;
+  void (*release)(PP_Var) = nullptr;
+  const char* (*to_utf8)(PP_Var, uint32_t* len) = nullptr;
+  PP_Var (*from_utf8)(const char* data, uint32_t len) = nullptr;
+  PP_Var (*from_utf8_for_module)(PP_Module, const char* data, uint32_t len) = nullptr;
+};
+
 // Pointers are null where the browser lacks the table. The tables belong to the browser and stay
 // until the module is shut down.
 struct BrowserInterfaces {
   PP_Module module = 0;
   const PPB_Core_1_0* core = nullptr;
-  const PPB_Var_1_1* var = nullptr;
-  const PPB_Var_1_0* var_1_0 = nullptr;  // only where there is no 1.1
+  VarFunctions var;
   const PPB_Var_Deprecated_0_3* var_deprecated = nullptr;
   const PPB_Instance_Private_0_1* instance_private = nullptr;
   const PPB_Memory_Dev_0_1* memory = nullptr;

@@ -291,19 +291,19 @@ static_assert(sizeof(PP_Var) == 16 && offsetof(PP_Var, padding) == 4 &&
 static_assert(sizeof(PP_CompletionCallback) == 24 &&
               offsetof(PP_CompletionCallback, user_data) == 8 &&
               offsetof(PP_CompletionCallback, flags) == 16);
-static_assert(sizeof(PPP_Instance_1_1) == 5 * 8 && sizeof(PPP_Messaging_1_0) == 8 &&
+static_assert(sizeof(PPP_Instance_1_1) == 40 && sizeof(PPP_Messaging_1_0) == 8 &&
               sizeof(PPP_InputEvent_0_1) == 8 && sizeof(PPP_Instance_Private_0_1) == 8);
-static_assert(sizeof(PPB_Core_1_0) == 6 * 8 && offsetof(PPB_Core_1_0, CallOnMainThread) == 4 * 8);
-static_assert(sizeof(PPB_Var_1_1) == 4 * 8 && sizeof(PPB_Var_1_0) == 4 * 8);
-static_assert(sizeof(PPP_Class_Deprecated) == 9 * 8 && offsetof(PPP_Class_Deprecated, Call) == 48);
-static_assert(sizeof(PPB_Var_Deprecated_0_3) == 15 * 8 &&
-              offsetof(PPB_Var_Deprecated_0_3, Call) == 10 * 8 &&
-              offsetof(PPB_Var_Deprecated_0_3, CreateObject) == 13 * 8);
-static_assert(sizeof(PPB_Instance_Private_0_1) == 3 * 8 && sizeof(PPB_Memory_Dev_0_1) == 2 * 8);
-static_assert(sizeof(PPB_URLLoader_1_0) == 10 * 8 &&
-              offsetof(PPB_URLLoader_1_0, ReadResponseBody) == 7 * 8);
-static_assert(sizeof(PPB_URLRequestInfo_1_0) == 5 * 8 && sizeof(PPB_URLResponseInfo_1_0) == 3 * 8);
-static_assert(sizeof(PPB_URLLoaderTrusted_0_3) == 2 * 8);
-static_assert(sizeof(PPB_Parl_Private_1_0) == 2 * 8 && sizeof(PPB_Parl_Private_2_0) == 3 * 8);
+static_assert(sizeof(PPB_Core_1_0) == 48 && offsetof(PPB_Core_1_0, CallOnMainThread) == 32);
+static_assert(sizeof(PPB_Var_1_1) == 32 && sizeof(PPB_Var_1_0) == 32);
+static_assert(sizeof(PPP_Class_Deprecated) == 72 && offsetof(PPP_Class_Deprecated, Call) == 48);
+static_assert(sizeof(PPB_Var_Deprecated_0_3) == 120 &&
+              offsetof(PPB_Var_Deprecated_0_3, Call) == 80 &&
+              offsetof(PPB_Var_Deprecated_0_3, CreateObject) == 104);
+static_assert(sizeof(PPB_Instance_Private_0_1) == 24 && sizeof(PPB_Memory_Dev_0_1) == 16);
+static_assert(sizeof(PPB_URLLoader_1_0) == 80 &&
+              offsetof(PPB_URLLoader_1_0, ReadResponseBody) == 56);
+static_assert(sizeof(PPB_URLRequestInfo_1_0) == 40 && sizeof(PPB_URLResponseInfo_1_0) == 24);
+static_assert(sizeof(PPB_URLLoaderTrusted_0_3) == 16);
+static_assert(sizeof(PPB_Parl_Private_1_0) == 16 && sizeof(PPB_Parl_Private_2_0) == 24);
 
 #endif  // MPBP_PLUGIN_MPBP_PPAPI_BROWSER_ABI_H_

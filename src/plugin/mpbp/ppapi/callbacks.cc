@@ -53,6 +53,8 @@ PP_CompletionCallback CallbackFactory::Add(Function function, bool once) {
   const uintptr_t id = NextId();
   ids_.insert(id);
   Table()[id] = {std::make_shared<const Function>(std::move(function)), once ? &ids_ : nullptr};
+  // Never dereferenced: the browser only hands it back.
+  // NOLINTNEXTLINE(performance-no-int-to-ptr)
   return {&Run, reinterpret_cast<void*>(id), PP_COMPLETIONCALLBACK_FLAG_NONE};
 }
 

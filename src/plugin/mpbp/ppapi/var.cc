@@ -13,31 +13,19 @@ namespace {
 bool IsCounted(const PP_Var& var) { return var.type >= PP_VARTYPE_STRING; }
 
 void AddRef(const PP_Var& var) {
-  if (!IsCounted(var)) return;
-  const BrowserInterfaces& browser = Browser();
-  if (browser.var) {
-    browser.var->AddRef(var);
-  } else if (browser.var_1_0) {
-    browser.var_1_0->AddRef(var);
-  }
+  if (IsCounted(var) && Browser().var.add_ref) Browser().var.add_ref(var);
 }
 
 void Release(const PP_Var& var) {
-  if (!IsCounted(var)) return;
-  const BrowserInterfaces& browser = Browser();
-  if (browser.var) {
-    browser.var->Release(var);
-  } else if (browser.var_1_0) {
-    browser.var_1_0->Release(var);
-  }
+  if (IsCounted(var) && Browser().var.release) Browser().var.release(var);
 }
 
 PP_Var MakeString(std::string_view text) {
   const BrowserInterfaces& browser = Browser();
   const auto length = static_cast<uint32_t>(text.size());
-  if (browser.var) return browser.var->VarFromUtf8(text.data(), length);
-  if (browser.var_1_0) {
-    return browser.var_1_0->VarFromUtf8(browser.module, text.data(), length);
+  if (browser.var.from_utf8) return browser.var.from_utf8(text.data(), length);
+  if (browser.var.from_utf8_for_module) {
+    return browser.var.from_utf8_for_module(browser.module, text.data(), length);
   }
   return Var().get();
 }
@@ -46,8 +34,9 @@ PP_Var MakeString(std::string_view text) {
 
 Var::Var(std::string_view text) : Var() {
   if (text.size() > std::numeric_limits<uint32_t>::max()) return;
-  // The browser would make a null of text that is no UTF-8.
+  // The browser makes a null of text that is no UTF-8, and some do of noncharacters.
   var_ = IsValidUtf8(text) ? MakeString(text) : MakeString(ReplaceInvalidUtf8(text));
+  if (is_null()) var_ = MakeString(ReplaceInvalidUtf8AndNoncharacters(text));
 }
 
 Var Var::Adopt(const PP_Var& var) {
@@ -75,15 +64,9 @@ Var::~Var() { Release(var_); }
 PP_Var Var::Detach() { return std::exchange(var_, PP_Var{PP_VARTYPE_UNDEFINED, 0, {.as_id = 0}}); }
 
 std::optional<std::string> Var::AsString() const {
-  if (!is_string()) return std::nullopt;
-  const BrowserInterfaces& browser = Browser();
+  if (!is_string() || !Browser().var.to_utf8) return std::nullopt;
   uint32_t length = 0;
-  const char* data = nullptr;
-  if (browser.var) {
-    data = browser.var->VarToUtf8(var_, &length);
-  } else if (browser.var_1_0) {
-    data = browser.var_1_0->VarToUtf8(var_, &length);
-  }
+  const char* const data = Browser().var.to_utf8(var_, &length);
   return data ? std::string(data, length) : std::string();
 }
 

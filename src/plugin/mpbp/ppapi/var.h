@@ -16,7 +16,8 @@ class Var {
   Var() : var_{PP_VARTYPE_UNDEFINED, 0, {.as_id = 0}} {}
   explicit Var(bool value) : var_{PP_VARTYPE_BOOL, 0, {.as_bool = value ? PP_TRUE : PP_FALSE}} {}
   explicit Var(int32_t value) : var_{PP_VARTYPE_INT32, 0, {.as_int = value}} {}
-  // A string. Bytes that are no valid UTF-8 become U+FFFD. Undefined when the browser makes none.
+  // A string. Bytes that are no valid UTF-8 become U+FFFD, and so do noncharacters where the
+  // browser refuses them. Undefined when the browser has no strings.
   explicit Var(std::string_view text);
   explicit Var(const char* text) : Var(std::string_view(text)) {}
   // Takes over a reference that the browser returned.
