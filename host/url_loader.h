@@ -1,0 +1,86 @@
+// The resources behind the URL loader tables. Main thread only.
+#ifndef MPBP_HOST_URL_LOADER_H_
+#define MPBP_HOST_URL_LOADER_H_
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/http_client.h"
+#include "host/resource_table.h"
+#include "plugin/mpbp/ppapi/browser_abi.h"
+
+namespace mpbp::host {
+
+struct Core;
+
+class UrlRequestInfo final : public Resource {
+ public:
+  const char* kind() const override { return "URL request"; }
+
+  HttpRequest request;
+};
+
+class UrlResponseInfo final : public Resource {
+ public:
+  explicit UrlResponseInfo(HttpResponse r) : response(std::move(r)) {}
+  const char* kind() const override { return "URL response"; }
+
+  const HttpResponse response;
+};
+
+// Takes the text that a module sets as the headers property apart into its lines.
+std::vector<std::string> SplitHeaderLines(const std::string& text);
+
+class UrlLoader final : public Resource, public std::enable_shared_from_this<UrlLoader> {
+ public:
+  // `page_origin`: what a loader without universal access may reach.
+  UrlLoader(Core& core, PP_Instance instance, std::string page_origin)
+      : core_(core), instance_(instance), page_origin_(std::move(page_origin)) {}
+
+  PP_Instance instance() const { return instance_; }
+
+  const char* kind() const override { return "URL loader"; }
+  // Ends the request. A callback that is pending comes later with PP_ERROR_ABORTED.
+  void Abort() override;
+
+  void GrantUniversalAccess() { universal_access_ = true; }
+  // As the functions of the table: PP_OK_COMPLETIONPENDING, a result, or an error at once.
+  int32_t Open(const UrlRequestInfo& info, PP_CompletionCallback callback);
+  int32_t Read(char* buffer, int32_t size, PP_CompletionCallback callback);
+  // Nothing before the response's head is here.
+  std::optional<HttpResponse> response() const;
+
+ private:
+  enum class State { kNew, kOpening, kOpen, kClosed };
+  struct Pending {
+    PP_CompletionCallback callback;
+    char* buffer;  // the module's, until the callback ran
+    int32_t size;
+  };
+
+  bool MayReach(const std::string& url) const;
+  void OnProgress();
+  // Nothing when the network has not answered yet.
+  std::optional<int32_t> OpenResult();
+  std::optional<int32_t> ReadResult(char* buffer, int32_t size);
+  std::optional<int32_t> PendingResult();
+  bool AtOnce(PP_CompletionCallback callback) const;
+  void PostProgress();
+
+  Core& core_;
+  const PP_Instance instance_;
+  const std::string page_origin_;
+  bool universal_access_ = false;
+  State state_ = State::kNew;
+  bool progress_posted_ = false;
+  std::optional<Pending> pending_;
+  std::unique_ptr<HttpTransfer> transfer_;
+};
+
+}  // namespace mpbp::host
+
+#endif  // MPBP_HOST_URL_LOADER_H_

@@ -1,0 +1,68 @@
+// The log's lines as a test sees them.
+#ifndef MPBP_TESTS_SUPPORT_CAPTURED_LOG_H_
+#define MPBP_TESTS_SUPPORT_CAPTURED_LOG_H_
+
+#include <cerrno>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "base/logging.h"
+#include "base/stream.h"
+
+namespace mpbp::test {
+
+// Receives the log from construction on. At the end every stream is detached from logging.
+class CapturedLog {
+ public:
+  explicit CapturedLog(int severity = LS_SENSITIVE) {
+    LogMessage::AddLogToStream(stream_, severity);
+  }
+  CapturedLog(const CapturedLog&) = delete;
+  CapturedLog& operator=(const CapturedLog&) = delete;
+  ~CapturedLog() { LogMessage::LogToStream(nullptr, LS_NONE); }
+
+  std::string text() const {
+    std::lock_guard<std::mutex> guard(stream_->lock);
+    return stream_->text;
+  }
+  bool Contains(std::string_view part) const { return text().find(part) != std::string::npos; }
+  // How often `part` was logged.
+  int Count(std::string_view part) const {
+    const std::string all = text();
+    int count = 0;
+    for (size_t pos = all.find(part); pos != std::string::npos; pos = all.find(part, pos + 1)) {
+      ++count;
+    }
+    return count;
+  }
+  void Clear() {
+    std::lock_guard<std::mutex> guard(stream_->lock);
+    stream_->text.clear();
+  }
+
+ private:
+  struct Stream : StreamInterface {
+    StreamResult Read(void* /*buffer*/, size_t /*length*/, size_t* /*read*/, int* error) override {
+      if (error) *error = ENOTSUP;
+      return StreamResult::SR_ERROR;
+    }
+    StreamResult Write(const void* data, size_t length, size_t* written, int* /*error*/) override {
+      std::lock_guard<std::mutex> guard(lock);
+      text.append(static_cast<const char*>(data), length);
+      if (written) *written = length;
+      return StreamResult::SR_SUCCESS;
+    }
+    void Close() override {}
+
+    std::mutex lock;
+    std::string text;
+  };
+
+  std::shared_ptr<Stream> stream_ = std::make_shared<Stream>();
+};
+
+}  // namespace mpbp::test
+
+#endif  // MPBP_TESTS_SUPPORT_CAPTURED_LOG_H_
