@@ -1,0 +1,92 @@
+#include "browser/page.h"
+
+#include <QCloseEvent>
+#include <QWebEngineSettings>
+#include <cstdio>
+
+namespace mpbp {
+namespace {
+
+constexpr char kExitText[] = "mpbp-browser:exit ";
+
+void PrintLine(const QString& line) {
+  const QByteArray bytes = line.toUtf8();
+  fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
+  fputc('\n', stdout);
+  fflush(stdout);
+}
+
+const char* LevelName(QWebEnginePage::JavaScriptConsoleMessageLevel level) {
+  switch (level) {
+    case QWebEnginePage::InfoMessageLevel:
+      return "info";
+    case QWebEnginePage::WarningMessageLevel:
+      return "warning";
+    case QWebEnginePage::ErrorMessageLevel:
+      return "error";
+  }
+  return "info";
+}
+
+// The last part of the script's address; the text of a page shown from a file has none.
+QString SourceName(const QString& source) {
+  if (source.isEmpty() || source.startsWith("data:")) return "page";
+  const QString name = QUrl(source).fileName();
+  return name.isEmpty() ? "page" : name;
+}
+
+}  // namespace
+
+Page::Page(QWebEngineProfile* profile, PageWindow* window, PageObserver* observer, int number)
+    : QWebEnginePage(profile, window), observer_(observer), number_(number) {
+  settings()->setAttribute(QWebEngineSettings::PluginsEnabled, true);
+  settings()->setAttribute(QWebEngineSettings::JavascriptCanOpenWindows, true);
+  settings()->setAttribute(QWebEngineSettings::AllowWindowActivationFromJavaScript, true);
+  connect(this, &QWebEnginePage::loadFinished, this, [this, window](bool ok) {
+    PrintEvent(ok ? "loaded" : "failed", url().toString(QUrl::RemoveQuery));
+    observer_->OnLoadFinished(window, ok);
+  });
+  connect(this, &QWebEnginePage::renderProcessTerminated, this,
+          [this, window](RenderProcessTerminationStatus status, int code) {
+            if (status == NormalTerminationStatus) return;
+            PrintEvent("crashed", QString("the page's process ended, code %1").arg(code));
+            observer_->OnLoadFinished(window, false);
+          });
+  connect(this, &QWebEnginePage::windowCloseRequested, window, &QWidget::close);
+}
+
+void Page::PrintEvent(const QString& event, const QString& text) const {
+  PrintLine(QString("[page %1 %2] %3").arg(number_).arg(event, text));
+}
+
+void Page::javaScriptConsoleMessage(JavaScriptConsoleMessageLevel level, const QString& text,
+                                    int line, const QString& source) {
+  PrintEvent(QString("%1 %2:%3").arg(LevelName(level), SourceName(source)).arg(line), text);
+  if (!text.startsWith(kExitText)) return;
+  bool is_number = false;
+  const uint status = text.mid(static_cast<int>(sizeof(kExitText)) - 1).toUInt(&is_number);
+  if (is_number && status <= 255) observer_->OnExitRequested(static_cast<int>(status));
+}
+
+bool Page::certificateError(const QWebEngineCertificateError& error) {
+  if (observer_->IsMappedToLoopback(error.url().host())) return true;
+  PrintEvent("certificate", error.url().host() + ": " + error.errorDescription());
+  return false;
+}
+
+QWebEnginePage* Page::createWindow(WebWindowType) { return observer_->OnNewWindow()->page(); }
+
+PageWindow::PageWindow(QWebEngineProfile* profile, PageObserver* observer, int number)
+    : observer_(observer), page_(new Page(profile, this, observer, number)) {
+  setPage(page_);
+}
+
+void PageWindow::ShowHtml(const QString& html, const QUrl& url) { page_->setHtml(html, url); }
+
+void PageWindow::closeEvent(QCloseEvent* event) {
+  page_->PrintEvent("closed", page_->url().toString(QUrl::RemoveQuery));
+  event->accept();
+  observer_->OnWindowClosing(this);
+}
+
+}  // namespace mpbp

@@ -1,0 +1,81 @@
+// What tests of the event loop share: a Thread around the test's own thread, waiting with a
+// deadline, handlers made of functions, and a look at the process's descriptors.
+#ifndef MPBP_TESTS_BASE_LOOPTEST_H_
+#define MPBP_TESTS_BASE_LOOPTEST_H_
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "base/physicalsocketserver.h"
+#include "base/thread.h"
+#include "base/timeutils.h"
+
+namespace mpbp::test {
+
+inline constexpr int kDeadlineMs = 10'000;
+
+// Calls a function for every message.
+class FunctionHandler : public MessageHandler {
+ public:
+  explicit FunctionHandler(std::function<void(Message*)> function)
+      : function_(std::move(function)) {}
+  void OnMessage(Message* message) override { function_(message); }
+
+ private:
+  std::function<void(Message*)> function_;
+};
+
+// Says that it was deleted.
+class CountedData : public MessageData {
+ public:
+  explicit CountedData(int* deleted) : deleted_(deleted) {}
+  ~CountedData() override { ++*deleted_; }
+
+ private:
+  int* deleted_;
+};
+
+inline int OpenDescriptors() {
+  int count = 0;
+  DIR* const dir = opendir("/proc/self/fd");
+  while (dir && readdir(dir)) ++count;
+  if (dir) closedir(dir);
+  return count;
+}
+
+// Runs the test's thread as a Thread.
+class LoopTest : public testing::Test {
+ protected:
+  LoopTest() : thread_(ThreadManager::Instance().WrapCurrentThread()) {}
+  ~LoopTest() override {
+    ThreadManager::Instance().UnwrapCurrentThread();
+    thread_.reset();
+  }
+
+  // Runs the loop until the condition holds; false after the deadline.
+  bool PumpUntil(const std::function<bool()>& condition) {
+    const uint32_t start = Time();
+    while (!condition()) {
+      if (TimeDiff(Time(), start) > kDeadlineMs) return false;
+      thread_->ProcessMessages(2);
+    }
+    return true;
+  }
+  // Lets everything that is ready happen.
+  void Drain() {
+    for (int round = 0; round < 3; ++round) thread_->ProcessMessages(0);
+  }
+  PhysicalSocketServer* server() {
+    return static_cast<PhysicalSocketServer*>(thread_->socket_server());
+  }
+
+  std::unique_ptr<Thread> thread_;
+};
+
+}  // namespace mpbp::test
+
+#endif  // MPBP_TESTS_BASE_LOOPTEST_H_

@@ -1,0 +1,171 @@
+#include "plugin/mpbp/common/json.h"
+#include "tests/channel/channel_fixture.h"
+
+namespace mpbp::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class Routing : public ChannelTest {
+ protected:
+  // What the engine gets after `text` was sent to the plug-in.
+  std::string Answer(const std::string& text) {
+    const size_t before = engine_->received.size();
+    engine_->Send(text);
+    return RunUntil([&] { return engine_->received.size() > before; }) ? engine_->received.back()
+                                                                       : "(nothing)";
+  }
+};
+
+TEST_F(Routing, RelaysBytesUnchangedAndLogsThemRedactedOneWay) {
+  CapturedLog log;
+  ConnectToEngine();
+  const std::string odd = std::string("not JSON \0", 10) + "\xff \xc3\xa4 {\"kp\":\"secret\"}";
+  EXPECT_TRUE(channel_->Send(odd));
+  ASSERT_TRUE(RunUntil([&] { return engine_->received.size() == 1; }));
+  EXPECT_EQ(engine_->received[0], odd);
+  EXPECT_TRUE(log.Contains("{\"kp\":\"REDACTED\"}"));
+  EXPECT_FALSE(log.Contains("secret"));
+  engine_->Send(odd);
+  EXPECT_TRUE(RunUntilText(odd));
+  EXPECT_TRUE(log.Contains("F->C: not JSON"));
+}
+
+TEST_F(Routing, AKillTellsThePageInOrderAndSignalsTheEngines) {
+  NamedChild engine_process("MurmelParlPlugin");
+  ConnectToEngine();
+  page_.texts.clear();
+  EXPECT_TRUE(channel_->Send("[\"kill\",false]"));
+  EXPECT_THAT(page_.texts, ElementsAre(kDeadText, kKilledText));
+  EXPECT_FALSE(channel_->IsRunning());
+  EXPECT_EQ(engine_process.WaitForSignal(), SIGTERM);
+  EXPECT_TRUE(channel_->Send("[\"kill\",true]"));
+  EXPECT_THAT(page_.texts, ElementsAre(kDeadText, kKilledText, kKilledText));
+  EXPECT_FALSE(channel_->Send("[\"echo\"]"));
+}
+
+TEST_F(Routing, MalformedRequestsOfThePageGoToTheEngine) {
+  CapturedLog log;
+  ConnectToEngine();
+  const std::vector<std::string> texts = {"[\"kill\",\"yes\"]", "[\"kill\"]",
+                                          "[\"uploadbrowserpluginlog\",1,{}]", "{\"0\":\"kill\"}",
+                                          std::string(5000, '[')};
+  for (const std::string& text : texts) EXPECT_TRUE(channel_->Send(text));
+  ASSERT_TRUE(RunUntil([&] { return engine_->received.size() == texts.size(); }));
+  EXPECT_EQ(engine_->received, texts);
+  EXPECT_EQ(log.Count("Ignoring malformed 'kill' request (required boolean 'force' paramter)"), 2);
+  EXPECT_TRUE(log.Contains("Malformed upload browser plugin log request: "));
+}
+
+TEST_F(Routing, HttpRequestsAreReadAndAnswered) {
+  ConnectToEngine();
+  // A "qw" text that holds the word counts as a request.
+  engine_->Send(R"(["qw-like "httprequest" without JSON])");
+  engine_->Send(R"(["httprequest",7,{"verb":"GET","proto":"https","host":"h","port":443,)"
+                R"("path":"/p?q"},"A: b\r\n","bo\u0000dy"])");
+  ASSERT_TRUE(RunUntil([&] { return page_.requests.size() == 1; }));
+  const HttpRequest& request = page_.requests[0];
+  EXPECT_EQ(request.verb + request.proto + request.host + request.path, "GEThttpsh/p?q");
+  EXPECT_EQ(request.port, 443);
+  EXPECT_EQ(request.headers, "A: b\r\n");
+  EXPECT_EQ(request.body, std::string("bo\0dy", 5));
+
+  std::unique_ptr<HttpResponse> response = std::move(page_.responses[0]);
+  response->lastmodified = 9;
+  response->url = "https://h/";
+  response->body.WriteBytes(std::string("\x00\x80\xff", 3));
+  channel_->SendHttpResponse(std::move(response));
+  ASSERT_TRUE(RunUntil([&] { return engine_->received.size() == 1; }));
+  EXPECT_EQ(engine_->received[0],
+            R"(["httpresponse",7,{"error":0,"lastmodified":9,"url":"https://h/"},"\u0000)"
+            "\x80\xff\"]");
+}
+
+TEST_F(Routing, AnHttpRequestThatCannotBeStartedIsAnsweredWithThree) {
+  ConnectToEngine();
+  page_.accept_http = false;
+  EXPECT_EQ(Answer(R"(["httprequest",4294967295,{"verb":"GET","proto":"http","host":"h",)"
+                   R"("port":1,"path":"/"},"",""])"),
+            R"(["httpresponse",4294967295,{"error":3,"lastmodified":0}])");
+  EXPECT_EQ(Answer(R"(["httprequest",5])"), R"(["httpresponse",5,{"error":3,"lastmodified":0}])");
+  EXPECT_EQ(Answer(R"(["httprequest",6,{"verb":1,"proto":2,"host":[],"port":"x","path":{}},1,2])"),
+            R"(["httpresponse",6,{"error":3,"lastmodified":0}])");
+  EXPECT_EQ(Answer(R"(["httprequest","a"])"), R"(["httpresponse",0,{"error":3,"lastmodified":0}])");
+}
+
+TEST_F(Routing, AnswersForALinkThatIsGoneAreDropped) {
+  ConnectToEngine();
+  const std::string request = R"(["httprequest",1,{"verb":"GET","proto":"http","host":"h",)"
+                              R"("port":1,"path":"/"},"",""])";
+  for (int i = 0; i < 3; ++i) engine_->Send(request);
+  ASSERT_TRUE(RunUntil([&] { return page_.responses.size() == 3; }));
+  CapturedLog log;
+  engine_->DropLink();
+  ASSERT_TRUE(RunUntilText(kDeadText));
+  channel_->SendHttpResponse(std::move(page_.responses[0]));
+  ASSERT_TRUE(RunUntilText(kReadyText, 2));
+  channel_->SendHttpResponse(std::move(page_.responses[1]));
+  channel_->Stop();
+  channel_->SendHttpResponse(std::move(page_.responses[2]));
+  EXPECT_EQ(log.Count("the link that asked is gone"), 3);
+  RunFor(20);
+  EXPECT_TRUE(engine_->received.empty());
+}
+
+TEST_F(Routing, ProxyLookUpsAreAnsweredByTheDelegate) {
+  CapturedLog log;
+  ConnectToEngine();
+  page_.proxy_reply = R"(["proxyforurl",1,"DIRECT"])";
+  EXPECT_EQ(Answer(R"(["getproxyforurl",1,"http://a/"])"), page_.proxy_reply);
+  page_.proxy_reply.clear();
+  engine_->Send(R"(["getproxyforurl"])");
+  EXPECT_TRUE(RunUntil(
+      [&] { return log.Contains(R"(Failed getting proxy settings: ["getproxyforurl"])"); }));
+}
+
+TEST_F(Routing, SlowHandlingByThePageIsReportedToTheEngine) {
+  ConnectToEngine();
+  page_.on_text = [](const std::string& text) {
+    if (text != "[\"slow\"]") return;
+    const uint32_t end = TimeAfter(1001);
+    while (TimeIsLater(Time(), end)) continue;
+  };
+  EXPECT_THAT(Answer("[\"slow\"]"),
+              testing::MatchesRegex(
+                  R"re(\["comment","JS layer took 1[0-9]{3}ms to handle message\."\])re"));
+}
+
+TEST_F(Routing, TheLogIsUploadedAsAForm) {
+  CapturedLog log;
+  ConnectToEngine();
+  const std::string request = R"(["uploadbrowserpluginlog",0,{"jid":"me@example"}])";
+  EXPECT_TRUE(channel_->Send(request));
+  EXPECT_TRUE(log.Contains("as the log data has already been cleared."));
+  EXPECT_TRUE(page_.requests.empty());
+
+  channel_->log_store = std::make_shared<MemoryLog>();
+  ASSERT_EQ(channel_->log_store->WriteAll("x" + std::string(9'900'000, 'y')),
+            StreamResult::SR_SUCCESS);
+  EXPECT_TRUE(channel_->Send(request));
+  EXPECT_TRUE(log.Contains("Log size exceeds maximum upload size.Log size is 9900001"));
+  ASSERT_EQ(page_.requests.size(), 1u);
+  const HttpRequest& upload = page_.requests[0];
+  EXPECT_EQ(upload.verb + " " + upload.proto + "://" + upload.host + upload.path,
+            "POST HTTPS://crash.murmel.example/cr/report");
+  EXPECT_EQ(upload.port, 443);
+  EXPECT_EQ(upload.headers,
+            "Content-Type: multipart/form-data; "
+            "boundary=----**--u8jzPde0IgxLd6GncfBAepfJBd0Kh8--**----\r\n\r\n");
+  EXPECT_THAT(upload.body, HasSubstr("name=\"email\"\r\n\r\nme@example\r\n"));
+  EXPECT_THAT(upload.body, HasSubstr("name=\"ver\"\r\n\r\n5.1.7.0-browserpluginlogs\r\n"));
+  EXPECT_THAT(upload.body, HasSubstr("\r\n\r\n" + std::string(9'900'000, 'y') + "\r\n--"));
+  page_.responses[0]->error = HTTP_FAILED;
+  channel_->SendHttpResponse(std::move(page_.responses[0]));
+  ASSERT_TRUE(RunUntil([&] { return engine_->received.size() == 1; }));
+  EXPECT_EQ(engine_->received[0], R"(["httpresponse",100,{"error":2,"lastmodified":0}])");
+}
+
+}  // namespace
+}  // namespace mpbp::test

@@ -1,0 +1,102 @@
+// The real module in the page host, with an application data folder of the test's own.
+#ifndef MPBP_TESTS_PPAPI_MODULE_FIXTURE_H_
+#define MPBP_TESTS_PPAPI_MODULE_FIXTURE_H_
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/thread.h"
+#include "host/host.h"
+#include "tests/support/fake_engine.h"
+#include "tests/support/scoped_env.h"
+
+namespace mpbp::test {
+
+constexpr char kPageUrl[] = "https://www.murmel.example/page";
+constexpr char kReady[] = "[\"f-ready\"]";
+constexpr char kDead[] = "[\"f-dead\"]";
+constexpr char kKilled[] = "[\"f-killed\"]";
+
+class ModuleTest : public testing::Test {
+ protected:
+  void TearDown() override {
+    page_.reset();
+    host_.Unload();
+    EXPECT_THAT(host_.Misuse(), testing::IsEmpty());
+    EXPECT_EQ(host_.leaked(), 0u) << testing::PrintToString(host_.LeakedVars())
+                                  << testing::PrintToString(host_.LeakedResources());
+  }
+
+  void Load() {
+    const auto error = host_.Load(MPBP_MODULE_PATH);
+    ASSERT_FALSE(error) << *error;
+  }
+  // A page whose texts end up in texts_ once it listens.
+  void CreatePage(const std::string& url = kPageUrl) {
+    if (!host_.loaded()) Load();
+    page_ = host_.CreatePage(url);
+  }
+  host::Thrown Listen() {
+    return page_
+        ->SetOnMessage([this](const std::string& text) {
+          texts_.push_back(text);
+          if (on_text_) on_text_(text);
+        })
+        .exception;
+  }
+  virtual bool RunUntil(const std::function<bool()>& done, int ms = 10000) {
+    return host_.RunUntil(done, ms);
+  }
+  size_t CountTexts(const std::string& text) const {
+    return static_cast<size_t>(std::count(texts_.begin(), texts_.end(), text));
+  }
+  bool RunUntilText(const std::string& text, size_t count = 1) {
+    return RunUntil([&] { return CountTexts(text) >= count; });
+  }
+  std::string Log() const { return ReadFile(app_data_.folder() + "mpbppapiplugin.log"); }
+
+  ScopedAppData app_data_;
+  host::Host host_;
+  std::shared_ptr<host::Page> page_;
+  std::vector<std::string> texts_;
+  std::function<void(const std::string&)> on_text_;
+};
+
+// With an engine of the test's own, on a thread object of the test's own, served along with the
+// page's main loop.
+class FakeEngineTest : public ModuleTest {
+ protected:
+  FakeEngineTest() : thread_(ThreadManager::Instance().WrapCurrentThread()) {
+    engine_ = std::make_unique<FakeEngine>();
+  }
+  ~FakeEngineTest() override {
+    engine_.reset();
+    ThreadManager::Instance().UnwrapCurrentThread();
+  }
+  bool RunUntil(const std::function<bool()>& done, int ms = 10000) override {
+    return host_.RunUntil(
+        [&] {
+          thread_->ProcessMessages(0);
+          return done();
+        },
+        ms);
+  }
+  void ConnectPage() {
+    CreatePage();
+    ASSERT_TRUE(page_->has_plugin());
+    ASSERT_EQ(Listen(), std::nullopt);
+    ASSERT_TRUE(RunUntilText(kReady));
+  }
+
+  std::unique_ptr<Thread> thread_;
+  std::unique_ptr<FakeEngine> engine_;
+};
+
+}  // namespace mpbp::test
+
+#endif  // MPBP_TESTS_PPAPI_MODULE_FIXTURE_H_

@@ -1,0 +1,119 @@
+#include <sys/stat.h>
+
+#include <chrono>
+
+#include "tests/ppapi/module_fixture.h"
+
+namespace mpbp::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+TEST_F(ModuleTest, OffersItsTablesOnlyWhileItIsThere) {
+  Load();
+  for (const char* const name : {"PPP_Instance;1.1", "PPP_Messaging;1.0", "PPP_InputEvent;0.1",
+                                 "PPP_Instance_Private;0.1"}) {
+    EXPECT_NE(host_.ModuleInterface(name), nullptr) << name;
+  }
+  EXPECT_EQ(host_.ModuleInterface("PPP_Instance;1.0"), nullptr);
+  EXPECT_EQ(host_.ModuleInterface(""), nullptr);
+  EXPECT_THAT(host_.asked_interfaces(), testing::Contains("PPB_View;1.1"));
+}
+
+TEST_F(ModuleTest, IsLoadedUsedAndUnloadedAgainAndAgain) {
+  for (int round = 0; round < 3; ++round) {
+    CreatePage();
+    ASSERT_TRUE(page_->has_plugin()) << round;
+    EXPECT_EQ(std::get<std::string>(page_->Get("version").value), "5.1.7.0");
+    page_.reset();
+    host_.Unload();
+    EXPECT_EQ(host_.leaked(), 0u);
+  }
+  EXPECT_THAT(Log(), HasSubstr("Cpu: "));
+}
+
+TEST_F(ModuleTest, ServesOnlyAllowedPages) {
+  CreatePage("HTTPS://WWW.Murmel.Example:444/x");
+  EXPECT_TRUE(page_->has_plugin());
+  for (const char* const url :
+       {"http://www.murmel.example/", "https://www.murmel.example.evil.test/", "",
+        "https://www.murmel.example@evil.test/", "http://x.corp.murmel.example/",
+        "file:///www.murmel.example", "about:blank"}) {
+    CreatePage(url);
+    EXPECT_FALSE(page_->has_plugin()) << url;
+    EXPECT_THAT(Log(), HasSubstr(std::string("ClientChannel::Create failed, ") + url +
+                                 " is not an allowed URL."));
+  }
+  app_data_.WriteOptions("plugin_enable_corp_host=1\n");
+  CreatePage("http://x.corp.murmel.example/");
+  EXPECT_TRUE(page_->has_plugin());
+  CreatePage("http://corp.murmel.example/");
+  EXPECT_FALSE(page_->has_plugin());
+}
+
+TEST_F(ModuleTest, ABrowserWithoutTheCoreIsRefused) {
+  host_.options().withheld = {"PPB_Core;1.0"};
+  const auto error = host_.Load(MPBP_MODULE_PATH);
+  ASSERT_TRUE(error);
+  EXPECT_THAT(*error, HasSubstr("-2"));
+}
+
+TEST_F(ModuleTest, EveryOtherMissingInterfaceFailsQuietly) {
+  for (const char* const name :
+       {"PPB_Var;1.1", "PPB_Var(Deprecated);0.3", "PPB_Instance_Private;0.1", "PPB_Memory(Dev);0.1",
+        "PPB_View;1.1", "PPB_URLLoader;1.0", "PPB_URLRequestInfo;1.0", "PPB_URLResponseInfo;1.0",
+        "PPB_URLLoaderTrusted;0.3", "PPB_InputEvent;1.0"}) {
+    host_.options().withheld = {name};
+    CreatePage();
+    // Without the page's URL the page cannot be judged, and without script there is no URL.
+    const std::string withheld = name;
+    const bool url_known =
+        withheld != "PPB_Instance_Private;0.1" && withheld != "PPB_Var(Deprecated);0.3";
+    EXPECT_EQ(page_->has_plugin(), url_known) << name;
+    if (url_known) {
+      EXPECT_EQ(std::get<std::string>(page_->Get("version").value), "5.1.7.0") << name;
+      EXPECT_EQ(page_->Enumerate().size(), withheld == "PPB_Memory(Dev);0.1" ? 0u : 3u);
+    }
+    page_.reset();
+    host_.Unload();
+  }
+  host_.options().withheld = {"PPB_Var;1.1", "PPB_Var;1.0"};
+  CreatePage();  // the scripting table has what strings need
+  EXPECT_EQ(std::get<std::string>(page_->Get("version").value), "5.1.7.0");
+}
+
+TEST_F(ModuleTest, IgnoresWhatItDoesNotServe) {
+  CreatePage();
+  page_->PostMessage(std::string("[\"kill\",true]"));
+  page_->ChangeView();
+  page_->ChangeFocus(true);
+  EXPECT_FALSE(page_->SendInputEvent());
+  host_.RunFor(250);
+  page_->DestroyInstance();
+  host_.RunFor(250);  // the pump's last callback finds nothing
+}
+
+TEST_F(ModuleTest, TheLoadCanBeHeldUp) {
+  const auto timed_load = [&](const char* value) {
+    const ScopedEnv delay("MPARL_DELAY_LOAD", value);
+    const auto start = std::chrono::steady_clock::now();
+    Load();
+    return std::chrono::steady_clock::now() - start;
+  };
+  EXPECT_GE(timed_load("1x"), std::chrono::seconds(1));
+  for (const char* const value : {"0", "-5", "abc", "", "4294967296"}) {
+    EXPECT_LT(timed_load(value), std::chrono::milliseconds(900)) << value;
+  }
+}
+
+TEST_F(ModuleTest, AnUnusableLogIsNotTheEndOfIt) {
+  mkdir((app_data_.dir() / "fifo").c_str(), 0700);
+  ASSERT_EQ(mkfifo((app_data_.dir() / "fifo/log").c_str(), 0600), 0);
+  app_data_.WriteOptions("pluginppapi_log_path=" + (app_data_.dir() / "fifo/log") + "\n");
+  CreatePage();
+  EXPECT_TRUE(page_->has_plugin());
+}
+
+}  // namespace
+}  // namespace mpbp::test
