@@ -1,0 +1,47 @@
+# Sourced by the other scripts: installs what is missing on a Debian 12 machine, and builds.
+
+top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+build_packages=(g++ cmake ninja-build pkg-config libjsoncpp-dev libcurl4-openssl-dev libgtest-dev
+                libgmock-dev)
+test_packages=(python3 openssl procps)
+check_packages=(clang-14 clang-format-14 clang-tidy-14 binutils git)
+browser_packages=(qtwebengine5-dev libqt5webenginewidgets5 xvfb xauth libgl1-mesa-dri
+                  fonts-dejavu-core python3)
+
+# install PACKAGE...: those that are not there yet, as root or with sudo.
+install() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
+      missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  local as_root=()
+  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+  echo "Installing: ${missing[*]}" >&2
+  "${as_root[@]}" apt-get update -qq >&2
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+}
+
+# build FOLDER [CMAKE-ARGUMENT...]: configures and builds everything.
+build() {
+  local folder=$1
+  shift
+  cmake -S "$top" -B "$folder" -G Ninja "$@" >"$folder.log" 2>&1 || { cat "$folder.log" >&2; return 1; }
+  rm -f "$folder.log"
+  ninja -C "$folder"
+}
+
+# Process ids up to 999 never count as engines: on a machine that was just started, or in a
+# container, this uses them up.
+use_up_low_pids() {
+  local i
+  for i in $(seq 2000); do
+    (exit 0) &
+    wait "$!"
+    [ "$!" -gt 999 ] && return 0
+  done
+  echo "process ids stay low: engines will not be found" >&2
+}
