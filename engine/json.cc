@@ -1,10 +1,8 @@
 #include "engine/json.h"
 
-#include <json/reader.h>
-#include <json/writer.h>
+#include <string_view>
 
-#include <exception>
-#include <memory>
+#include "jsontext.h"
 
 namespace mpbp::engine {
 namespace {
@@ -31,36 +29,25 @@ void Disarm(std::string& text) {
 }  // namespace
 
 std::optional<Json::Value> ParseMessage(const std::string& text) {
-  try {
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    Json::Value value;
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) return {};
-    if (!value.isArray() || value.empty() || !value[0].isString()) return {};
-    return value;
-  } catch (const std::exception&) {
-    return {};  // nested too deeply
-  }
+  std::optional<Json::Value> value = ParseJson(text);
+  if (!value || !AsString(ElementAt(*value, 0))) return {};
+  return value;
 }
 
 std::string WriteMessage(const Json::Value& message) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  std::string text = Json::writeString(builder, message);
+  std::string text = WriteJson(message);
   Disarm(text);
   return text;
 }
 
 std::optional<int> IntAt(const Json::Value& message, Json::ArrayIndex index, int min, int max) {
-  if (index >= message.size() || !message[index].isInt()) return {};
-  const int value = message[index].asInt();
-  if (value < min || value > max) return {};
-  return value;
+  const Json::Value& element = ElementAt(message, index);
+  if (!element.isInt() || element.asInt() < min || element.asInt() > max) return {};
+  return element.asInt();
 }
 
 std::optional<std::string> StringAt(const Json::Value& message, Json::ArrayIndex index) {
-  if (index >= message.size() || !message[index].isString()) return {};
-  return message[index].asString();
+  return AsString(ElementAt(message, index));
 }
 
 }  // namespace mpbp::engine

@@ -188,7 +188,9 @@ void HttpTransfer::OnHeaderLine(std::string_view line) {
 void HttpTransfer::OnHeadersEnd() {
   // One more response follows an interim one and a redirect that is being followed.
   if (response_.status < 200 || redirected_) return;
-  for (const auto& [name, value] : headers_) response_.headers += name + ": " + value + "\n";
+  for (const auto& [name, value] : headers_) {
+    response_.headers.append(name).append(": ").append(value).append("\n");
+  }
   const char* url = nullptr;
   curl_easy_getinfo(easy_.get(), CURLINFO_EFFECTIVE_URL, &url);
   response_.url = url != nullptr ? url : request_.url;

@@ -28,8 +28,8 @@
       { label: 'Permission', help: 'The engine asks the browser for a permission',
         text: ['ask-permission', 1] },
       { label: 'Remoting on', help: 'The engine starts a remoting session',
-        text: ['remoting-begin', 1] },
-      { label: 'Remoting off', help: 'The engine ends the session', text: ['remoting-stop', 1] },
+        text: ['remoting-begin', 'session-1'] },
+      { label: 'Remoting off', help: 'The engine ends the session', text: ['remoting-stop', 'session-1'] },
     ] },
     { group: 'Trouble', buttons: [
       { label: 'Silent', help: 'The engine stops answering for three seconds',

@@ -89,8 +89,10 @@ std::optional<int64_t> ToSeconds(const DateFields& fields) {
       std::chrono::month(static_cast<unsigned>(month - kMonths.begin()) + 1),
       std::chrono::day(static_cast<unsigned>(fields.day)));
   if (!date.ok()) return std::nullopt;
-  const std::chrono::seconds time = std::chrono::sys_days(date).time_since_epoch();
-  return time.count() + fields.hour * 3600 + fields.minute * 60 + fields.second;
+  const std::chrono::seconds seconds =
+      std::chrono::sys_days(date).time_since_epoch() + std::chrono::hours(fields.hour) +
+      std::chrono::minutes(fields.minute) + std::chrono::seconds(fields.second);
+  return seconds.count();
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "plugin/mpbp/common/json.h"
+#include "jsontext.h"
 
 namespace mpbp {
 namespace {

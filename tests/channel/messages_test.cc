@@ -2,8 +2,8 @@
 
 #include <map>
 
+#include "jsontext.h"
 #include "plugin/mpbp/common/forgedtext.h"
-#include "plugin/mpbp/common/json.h"
 #include "plugin/proxylookup.h"
 #include "tests/support/scoped_env.h"
 

@@ -1,4 +1,4 @@
-#include "plugin/mpbp/common/json.h"
+#include "jsontext.h"
 #include "tests/channel/channel_fixture.h"
 
 namespace mpbp::test {

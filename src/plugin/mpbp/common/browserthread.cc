@@ -24,10 +24,12 @@ BrowserThread::BrowserThread(std::unique_ptr<Thread> wrapper, Thread* thread)
     : wrapper_(std::move(wrapper)), thread_(thread) {}
 
 std::shared_ptr<BrowserThread> BrowserThread::Acquire() {
-  Registry& registry = Registry::Instance();
-  CritScope scope(registry.lock);
+  // Before the lock: only this thread's own value is concerned, and a socket server's lock, which
+  // making one takes, is held by whoever releases from inside an event.
   std::unique_ptr<Thread> wrapper = ThreadManager::Instance().WrapCurrentThread();
   Thread* const current = wrapper ? wrapper.get() : Thread::Current();
+  Registry& registry = Registry::Instance();
+  CritScope scope(registry.lock);
   std::shared_ptr<BrowserThread>& entry = registry.threads[current];
   if (!entry) entry.reset(new BrowserThread(std::move(wrapper), current));
   ++entry->channels_;

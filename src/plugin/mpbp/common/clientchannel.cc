@@ -2,8 +2,8 @@
 
 #include "base/logging.h"
 #include "engineprocesses.h"
+#include "jsontext.h"
 #include "plugin/allowlist.h"
-#include "plugin/mpbp/common/json.h"
 #include "plugin/pluginutils.h"
 #include "portfileutils.h"
 

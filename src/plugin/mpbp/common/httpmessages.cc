@@ -1,6 +1,6 @@
 #include "plugin/mpbp/common/httpmessages.h"
 
-#include "plugin/mpbp/common/json.h"
+#include "jsontext.h"
 
 namespace mpbp {
 namespace {

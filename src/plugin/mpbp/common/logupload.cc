@@ -3,8 +3,8 @@
 #include "base/logging.h"
 #include "deployment.h"
 #include "engineprocesses.h"
+#include "jsontext.h"
 #include "plugin/mpbp/common/clientchannel.h"
-#include "plugin/mpbp/common/json.h"
 #include "plugin/mpbp/common/version.h"
 #include "plugin/pluginutils.h"
 

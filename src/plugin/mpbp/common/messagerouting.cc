@@ -2,8 +2,8 @@
 #include "base/logging.h"
 #include "base/timeutils.h"
 #include "engineprocesses.h"
+#include "jsontext.h"
 #include "plugin/mpbp/common/clientchannel.h"
-#include "plugin/mpbp/common/json.h"
 
 namespace mpbp {
 namespace {

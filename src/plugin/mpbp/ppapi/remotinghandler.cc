@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "base/logging.h"
-#include "plugin/mpbp/common/json.h"
+#include "jsontext.h"
 
 namespace mpbp {
 namespace {

@@ -1,6 +1,6 @@
 // JSON texts in and out, for text that may be anything.
-#ifndef MPBP_PLUGIN_MPBP_COMMON_JSON_H_
-#define MPBP_PLUGIN_MPBP_COMMON_JSON_H_
+#ifndef MPBP_JSONTEXT_H_
+#define MPBP_JSONTEXT_H_
 
 #include <json/value.h>
 
@@ -28,4 +28,4 @@ std::optional<std::string> AsString(const Json::Value& value);
 
 }  // namespace mpbp
 
-#endif  // MPBP_PLUGIN_MPBP_COMMON_JSON_H_
+#endif  // MPBP_JSONTEXT_H_

@@ -1,4 +1,4 @@
-#include "plugin/mpbp/common/json.h"
+#include "jsontext.h"
 
 #include <json/reader.h>
 #include <json/writer.h>
