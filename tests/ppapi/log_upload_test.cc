@@ -76,7 +76,7 @@ class LogUploadTest : public ServiceTest {
     Start({.ca_file = app_data_.dir() / "cert.pem"});
     const std::string port = ServerLine();
     ASSERT_FALSE(port.empty()) << "no upload server; it needs python3 and openssl";
-    host_->options().connect_to = {std::string(kCrashHost) + ":443:127.0.0.1:" + port};
+    host_.options().connect_to = {std::string(kCrashHost) + ":443:127.0.0.1:" + port};
   }
   std::string ServerLine() {
     std::optional<std::string> line;
@@ -140,7 +140,7 @@ TEST_F(LogUploadTest, TheLogArrivesAsAFormAndTheEngineHearsOfIt) {
   EXPECT_EQ(answer[1], 100);
   EXPECT_EQ(answer[2]["error"], 0);
   EXPECT_EQ(answer[4], "taken");
-  EXPECT_THAT(page_texts_, IsEmpty());
+  EXPECT_THAT(texts_, IsEmpty());
 }
 
 TEST_F(LogUploadTest, ALongLogIsCutFromTheFront) {
@@ -148,7 +148,7 @@ TEST_F(LogUploadTest, ALongLogIsCutFromTheFront) {
   constexpr int kTexts = 10;
   const std::string filler(1'000'000, 'f');
   for (int i = 0; i < kTexts; ++i) engine_->Send("[\"" + filler + "\"]");
-  ASSERT_TRUE(RunUntil([this] { return page_texts_.size() >= kTexts; }));
+  ASSERT_TRUE(RunUntil([this] { return texts_.size() >= kTexts; }));
   ASSERT_EQ(page_->Send(kUpload).exception, std::nullopt);
   const std::string log = Parsed(ServerLine())["parts"][4]["content"].asString();
   EXPECT_EQ(log.size(), kMaxLog);

@@ -17,6 +17,7 @@
 
 namespace mpbp::test {
 
+constexpr int kDeadlineMs = 30000;
 constexpr char kPageUrl[] = "https://www.murmel.example/page";
 constexpr char kReady[] = "[\"f-ready\"]";
 constexpr char kDead[] = "[\"f-dead\"]";
@@ -49,7 +50,7 @@ class ModuleTest : public testing::Test {
         })
         .exception;
   }
-  virtual bool RunUntil(const std::function<bool()>& done, int ms = 10000) {
+  virtual bool RunUntil(const std::function<bool()>& done, int ms = kDeadlineMs) {
     return host_.RunUntil(done, ms);
   }
   size_t CountTexts(const std::string& text) const {
@@ -78,7 +79,7 @@ class FakeEngineTest : public ModuleTest {
     engine_.reset();
     ThreadManager::Instance().UnwrapCurrentThread();
   }
-  bool RunUntil(const std::function<bool()>& done, int ms = 10000) override {
+  bool RunUntil(const std::function<bool()>& done, int ms = kDeadlineMs) override {
     return host_.RunUntil(
         [&] {
           thread_->ProcessMessages(0);

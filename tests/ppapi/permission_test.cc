@@ -27,17 +27,17 @@ class PermissionTest : public ServiceTest {
   // The answers to `requests`, none of which may reach the page.
   Texts AnswersTo(const Texts& requests) {
     engine_->received.clear();
-    page_texts_.clear();
+    texts_.clear();
     for (const std::string& text : requests) engine_->Send(text);
     engine_->Send("[\"end\"]");
-    EXPECT_TRUE(RunUntil([this] { return PageGot("[\"end\"]"); }));
+    EXPECT_TRUE(RunUntil([this] { return CountTexts("[\"end\"]") > 0; }));
     // Every answer is there once this one is, which is asked for when the others have completed.
     engine_->Send(Permission(",\"last\",0,0"));
     EXPECT_TRUE(RunUntil([this] {
       return !engine_->received.empty() &&
              engine_->received.back().find("\"last\"") != std::string::npos;
     }));
-    EXPECT_THAT(page_texts_, ElementsAre("[\"end\"]"));
+    EXPECT_THAT(texts_, ElementsAre("[\"end\"]"));
     Texts answers = engine_->received;
     if (!answers.empty()) answers.pop_back();
     return answers;
@@ -46,13 +46,13 @@ class PermissionTest : public ServiceTest {
 
 TEST_F(PermissionTest, RequestsReachTheBrowserAndTheirAnswersTheEngine) {
   StartWith({.offer_1_0 = true, .offer_2_0 = true});
-  EXPECT_FALSE(host_->asked_interfaces().contains("PPB_Parl_Private;1.0"));
+  EXPECT_FALSE(host_.asked_interfaces().contains("PPB_Parl_Private;1.0"));
   EXPECT_THAT(AnswersTo({Permission(",\"a\",1,7"), Permission(",\"\",\"2\",\"4294967295\""),
                          Permission(",\"c\",0,0,\"more\"")}),
               ElementsAre(Result("1,\"a\",7,true"), Result("2,\"\",4294967295,true"),
                           Result("0,\"c\",0,true")));
   Texts kinds;
-  for (const auto& request : host_->permission_requests()) {
+  for (const auto& request : host_.permission_requests()) {
     EXPECT_EQ(request.instance, page_->instance());
     kinds.push_back(std::to_string(request.kind));
   }
@@ -97,8 +97,8 @@ TEST_F(PermissionTest, AnythingElseGoesToThePage) {
                        "5"};
   StartWith({.offer_2_0 = true});
   for (const std::string& text : texts) engine_->Send(text);
-  EXPECT_TRUE(RunUntil([&] { return page_texts_.size() >= texts.size(); }));
-  EXPECT_EQ(page_texts_, texts);
+  EXPECT_TRUE(RunUntil([&] { return texts_.size() >= texts.size(); }));
+  EXPECT_EQ(texts_, texts);
   for (const char* text : {"not JSON", "[\"mpbp-request-permission\""}) {
     EXPECT_THAT(Log(), HasSubstr("HandleMessage couldn't parse JSON (" + std::string(text) +
                                  "), error is : * Line 1, Column"));
@@ -111,7 +111,7 @@ TEST_F(PermissionTest, OnlyTheResultOneGrants) {
   const std::pair<int32_t, const char*> cases[] = {
       {1, "true"}, {0, "false"}, {2, "false"}, {-40, "false"}};
   for (const auto& [result, granted] : cases) {
-    host_->options().parl.permission_result = result;
+    host_.options().parl.permission_result = result;
     EXPECT_THAT(AnswersTo({Permission(",\"a\",1,7")}),
                 ElementsAre(Result("1,\"a\",7," + std::string(granted))));
   }
@@ -123,7 +123,7 @@ TEST_F(PermissionTest, OnlyTheResultOneGrants) {
 TEST_F(PermissionTest, ACallThatIsRefusedIsAnsweredAtOnce) {
   StartWith({.offer_2_0 = true, .start_return = -4, .stop_return = -12});
   for (const int32_t code : {0, 1, -7}) {
-    host_->options().parl.permission_return = code;
+    host_.options().parl.permission_return = code;
     const std::string text = Permission(",\"p\",2,5");
     EXPECT_THAT(AnswersTo({text}), ElementsAre(Result("2,\"p\",5,false")));
     EXPECT_THAT(Log(), HasSubstr("RequestPermission failed. message " + text + ", error " +
@@ -155,12 +155,12 @@ TEST_F(PermissionTest, AnEventOfTheBrowserEndsTheSessionUntilTheEngineHasStopped
     EXPECT_THAT(Log(), HasSubstr("Unknown event " + std::to_string(unknown) + "\n"));
   }
   // A start that fails leaves the session that there is; one that succeeds takes its place.
-  host_->options().parl.start_result = -2;
+  host_.options().parl.start_result = -2;
   EXPECT_THAT(AnswersTo({"[\"mpbp-start-remoting\",\"two\"]", "[\"mpbp-start-remoting\",\"\"]"}),
               ElementsAre(Terminate("two")));
   EXPECT_THAT(Log(), HasSubstr("StartRemoting failed. Error -2\n"));
   EXPECT_THAT(answers_to_event(0), ElementsAre(Terminate("one")));
-  host_->options().parl.start_result = 0;
+  host_.options().parl.start_result = 0;
   EXPECT_THAT(AnswersTo({"[\"mpbp-start-remoting\",\"three\"]"}), IsEmpty());
   EXPECT_THAT(answers_to_event(0), ElementsAre(Terminate("three")));
 
@@ -178,7 +178,7 @@ TEST_F(PermissionTest, WhatTheBrowsersVersionCannotDoFails) {
   for (const auto& row : cases) {
     SCOPED_TRACE(row.version);
     StartWith(row.parl);
-    EXPECT_EQ(host_->live_resources(), row.parl.offer_1_0 ? 1u : 0u);
+    EXPECT_EQ(host_.live_resources(), row.parl.offer_1_0 ? 1u : 0u);
     EXPECT_THAT(
         AnswersTo({Permission(",\"a\",0,7"), Permission(",\"b\",1,8"), Permission(",\"c\",2,9"),
                    "[\"mpbp-start-remoting\",\"s\"]", "[\"mpbp-stop-remoting\",\"s\"]"}),
@@ -202,9 +202,9 @@ TEST_F(PermissionTest, CallbacksThatComeAfterTheInstanceFindNothing) {
         std::string("[\"mpbp-stop-remoting\",\"s\"]"), std::string("[\"end\"]")}) {
     engine_->Send(text);
   }
-  ASSERT_TRUE(RunUntil([this] { return PageGot("[\"end\"]"); }));
+  ASSERT_TRUE(RunUntil([this] { return CountTexts("[\"end\"]") > 0; }));
   page_->DestroyInstance();
-  EXPECT_TRUE(host_->loop().Drain(100));  // they come now, with the module still there
+  EXPECT_TRUE(host_.loop().Drain(100));  // they come now, with the module still there
   EXPECT_THAT(Log(), Not(HasSubstr("failed.")));
   OpenPage();
   EXPECT_THAT(engine_->received, IsEmpty());
@@ -221,7 +221,7 @@ TEST_F(PermissionTest, APageCannotGiveTheBrowsersAnswer) {
   EXPECT_EQ(page_->Send(Permission(",\"a\",1,7")).exception, std::nullopt);
   EXPECT_TRUE(RunUntil([this] { return !engine_->received.empty(); }));
   EXPECT_THAT(engine_->received, ElementsAre(Permission(",\"a\",1,7")));
-  EXPECT_THAT(host_->permission_requests(), IsEmpty());
+  EXPECT_THAT(host_.permission_requests(), IsEmpty());
 }
 
 }  // namespace
