@@ -3,6 +3,7 @@
 #include <sys/random.h>
 
 #include <array>
+#include <cerrno>
 
 #include "base/logging.h"
 #include "base/thread.h"
@@ -62,8 +63,10 @@ bool MessageSocket::Connect(int* error) {
   }
   if (state_ != STATE_CLOSED || socket_) return false;
   Thread* const thread = Thread::Current();
+  errno = 0;
   auto socket = thread ? thread->socket_server()->CreateAsyncSocket(AF_INET, SOCK_STREAM) : nullptr;
   if (!socket) {
+    if (error) *error = errno;
     LOG(LS_ERROR) << this << ": Failed to create client socket";
     return false;
   }

@@ -140,10 +140,23 @@ int PhysicalSocketServer::FillSets(Round& round, bool process_io) {
   return largest;
 }
 
+class PhysicalSocketServer::RoundInProgress {
+ public:
+  RoundInProgress(PhysicalSocketServer& server, Round& round) : server_(server) {
+    round.outer = server_.rounds_;
+    server_.rounds_ = &round;
+  }
+  RoundInProgress(const RoundInProgress&) = delete;
+  RoundInProgress& operator=(const RoundInProgress&) = delete;
+  ~RoundInProgress() { server_.rounds_ = server_.rounds_->outer; }
+
+ private:
+  PhysicalSocketServer& server_;
+};
+
 void PhysicalSocketServer::DispatchReady(Round& round) {
   CritScope scope(crit_);
-  round.outer = rounds_;
-  rounds_ = &round;
+  const RoundInProgress in_progress(*this, round);
   while (round.next < dispatchers_.size()) {
     IoDispatcher* const dispatcher = dispatchers_[round.next++];
     int error = 0;
@@ -152,7 +165,6 @@ void PhysicalSocketServer::DispatchReady(Round& round) {
     dispatcher->OnPreEvent(flags);
     dispatcher->OnEvent(flags, error);
   }
-  rounds_ = round.outer;
 }
 
 uint32_t PhysicalSocketServer::TakeEvents(Round& round, const IoDispatcher& dispatcher,

@@ -51,13 +51,15 @@ class PhysicalSocketServer : public SocketServer {
   std::unique_ptr<AsyncSocketDispatcher> WrapSocket(int fd);
 
  private:
-  // One dispatch round in progress; handlers may wait again, so there may be several.
+  // One dispatch round; handlers may wait again, so there may be several.
   struct Round {
     fd_set read_set;
     fd_set write_set;
     size_t next = 0;  // index of the dispatcher that comes next
     Round* outer = nullptr;
   };
+  // While it exists, Remove knows of the round.
+  class RoundInProgress;
 
   // The rounds of one Wait.
   bool ServeUntil(int timeout_ms, bool process_io);

@@ -92,14 +92,12 @@ class Signal {
   // Calls the handlers. When it returns, the signal itself may be gone.
   void operator()(Args... args) const {
     const std::shared_ptr<State> state = state_;
-    ++state->depth;
+    const Emission emission(*state);
     const size_t count = state->connections.size();
     for (size_t i = 0; i < count; ++i) {
       const std::shared_ptr<Connection> connection = state->connections[i];
       if (connection->owner) connection->call(args...);
     }
-    --state->depth;
-    state->PruneIfIdle();
   }
 
  private:
@@ -117,6 +115,20 @@ class Signal {
     void PruneIfIdle() {
       if (depth == 0) internal::PruneConnections(connections);
     }
+  };
+
+  class Emission {
+   public:
+    explicit Emission(State& state) : state_(state) { ++state_.depth; }
+    Emission(const Emission&) = delete;
+    Emission& operator=(const Emission&) = delete;
+    ~Emission() {
+      --state_.depth;
+      state_.PruneIfIdle();
+    }
+
+   private:
+    State& state_;
   };
 
   std::shared_ptr<State> state_ = std::make_shared<State>();

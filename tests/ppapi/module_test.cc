@@ -29,6 +29,8 @@ TEST_F(ModuleTest, IsLoadedUsedAndUnloadedAgainAndAgain) {
     page_.reset();
     host_.Unload();
     EXPECT_EQ(host_.leaked(), 0u);
+    // Really gone: nothing of the module's keeps it mapped.
+    EXPECT_THAT(ReadFile("/proc/self/maps"), Not(HasSubstr("libmpbppapiplugin")));
   }
   EXPECT_THAT(Log(), HasSubstr("Cpu: "));
 }
