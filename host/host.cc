@@ -1,5 +1,7 @@
 #include "host/host.h"
 
+#include <cstdio>
+#include <exception>
 #include <utility>
 
 #include "host/core.h"
@@ -26,7 +28,11 @@ Host::Host(HostOptions options) : core_(std::make_unique<Core>()) {
 }
 
 Host::~Host() {
-  Unload();
+  try {
+    Unload();
+  } catch (const std::exception& e) {
+    fprintf(stderr, "unloading the module failed: %s\n", e.what());
+  }
   SetCurrentCore(nullptr);
 }
 

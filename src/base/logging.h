@@ -90,12 +90,13 @@ struct LogMessageVoidify {
 }  // namespace mpbp
 
 // An expression that is a statement of its own: parentheses would keep `<<` out.
-// NOLINTNEXTLINE(bugprone-macro-parentheses)
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define MPBP_LOG_IF_WANTED(severity, ...) \
   !::mpbp::LogMessage::Loggable(severity) \
       ? (void)0                           \
       : ::mpbp::LogMessageVoidify() &     \
             ::mpbp::LogMessage(__FILE__, __LINE__, severity __VA_OPT__(, ) __VA_ARGS__).stream()
+// NOLINTEND(bugprone-macro-parentheses)
 
 #define LOG(severity) MPBP_LOG_IF_WANTED(::mpbp::severity)
 // The same with the system error number `error` appended to the line.

@@ -3,12 +3,16 @@
 #ifndef MPBP_TESTS_BASE_LOOPTEST_H_
 #define MPBP_TESTS_BASE_LOOPTEST_H_
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "base/physicalsocketserver.h"
 #include "base/thread.h"
@@ -29,22 +33,21 @@ class FunctionHandler : public MessageHandler {
   std::function<void(Message*)> function_;
 };
 
-// Says that it was deleted.
-class CountedData : public MessageData {
- public:
-  explicit CountedData(int* deleted) : deleted_(deleted) {}
-  ~CountedData() override { ++*deleted_; }
-
- private:
-  int* deleted_;
+// Writes down events and does what the test says about them.
+struct EventRecord {
+  void Note(const std::string& event) {
+    events.push_back(event);
+    if (then) then(event);
+  }
+  bool Saw(const std::string& event) const {
+    return std::find(events.begin(), events.end(), event) != events.end();
+  }
+  std::vector<std::string> events;
+  std::function<void(const std::string& event)> then;
 };
 
 inline int OpenDescriptors() {
-  int count = 0;
-  DIR* const dir = opendir("/proc/self/fd");
-  while (dir && readdir(dir)) ++count;
-  if (dir) closedir(dir);
-  return count;
+  return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
 // Runs the test's thread as a Thread.

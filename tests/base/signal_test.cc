@@ -1,8 +1,8 @@
 #include "base/signal.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,75 +12,50 @@ namespace {
 
 using testing::ElementsAre;
 
-using Calls = std::vector<std::string>;
-
-class Listener : public SlotOwner {
- public:
-  Listener(std::string name, Calls* calls) : name_(std::move(name)), calls_(calls) {}
-  void OnEvent(int) {
-    calls_->push_back(name_);
-    if (then) {
-      // A copy: what it does may delete this listener.
-      const auto action = then;
-      action();
-    }
-  }
-  std::function<void()> then;
-
- private:
-  std::string name_;
-  Calls* calls_;
-};
-
 class SignalTest : public testing::Test {
  protected:
+  struct Listener : SlotOwner {
+    void OnEvent(int) {
+      calls->push_back(name);
+      const auto action = then;  // a copy: what it does may delete this listener
+      if (action) action();
+    }
+    std::vector<std::string>* calls;
+    std::string name;
+    std::function<void()> then;
+  };
   std::unique_ptr<Listener> Connected(const std::string& name) {
-    auto listener = std::make_unique<Listener>(name, &calls_);
+    auto listener = std::make_unique<Listener>();
+    listener->calls = &calls_;
+    listener->name = name;
     signal_->Connect(listener.get(), &Listener::OnEvent);
     return listener;
   }
+  // Raises the signal; who was called.
+  std::vector<std::string> Emit() {
+    calls_.clear();
+    (*signal_)(1);
+    return calls_;
+  }
 
-  Calls calls_;
+  std::vector<std::string> calls_;
   std::unique_ptr<Signal<int>> signal_ = std::make_unique<Signal<int>>();
 };
 
-TEST_F(SignalTest, CallsInConnectionOrderAndOnlyWhatIsStillConnected) {
-  auto a = Connected("a");
-  auto b = Connected("b");
-  auto c = Connected("c");
-  b.reset();
-  (*signal_)(1);
-  EXPECT_THAT(calls_, ElementsAre("a", "c"));
-  calls_.clear();
-  signal_->Disconnect(a.get());
-  auto d = Connected("d");
-  (*signal_)(1);
-  EXPECT_THAT(calls_, ElementsAre("c", "d"));
-}
-
-TEST_F(SignalTest, AHandlerMayDeleteTheSignal) {
-  auto a = Connected("a");
-  auto b = Connected("b");
-  a->then = [this] { signal_.reset(); };
-  (*signal_)(1);
-  EXPECT_THAT(calls_, ElementsAre("a"));
-}
-
-TEST_F(SignalTest, AHandlerMayDeleteItselfAndOthers) {
+TEST_F(SignalTest, AHandlerMayDeleteItselfAndOthersAndTheSignal) {
   auto a = Connected("a");
   auto b = Connected("b");
   auto c = Connected("c");
   auto d = Connected("d");
+  auto e = Connected("e");
   b->then = [&] {
     a.reset();  // already called
     c.reset();  // not called yet
     b.reset();
   };
-  (*signal_)(1);
-  EXPECT_THAT(calls_, ElementsAre("a", "b", "d"));
-  calls_.clear();
-  (*signal_)(1);
-  EXPECT_THAT(calls_, ElementsAre("d"));
+  EXPECT_THAT(Emit(), ElementsAre("a", "b", "d", "e"));
+  d->then = [this] { signal_.reset(); };
+  EXPECT_THAT(Emit(), ElementsAre("d"));
 }
 
 TEST_F(SignalTest, WhatAHandlerConnectsIsCalledFromTheNextEmissionOn) {
@@ -91,12 +66,9 @@ TEST_F(SignalTest, WhatAHandlerConnectsIsCalledFromTheNextEmissionOn) {
     for (int i = 0; i < 100; ++i) late.push_back(Connected("late"));
   };
   auto b = Connected("b");
-  (*signal_)(1);
-  EXPECT_THAT(calls_, ElementsAre("a", "b"));
+  EXPECT_THAT(Emit(), ElementsAre("a", "b"));
   a->then = nullptr;
-  calls_.clear();
-  (*signal_)(1);
-  EXPECT_EQ(calls_.size(), 102u);
+  EXPECT_EQ(Emit().size(), 102u);
 }
 
 TEST_F(SignalTest, AHandlerMayDisconnectAndConnectAgainAndEmit) {
@@ -109,11 +81,9 @@ TEST_F(SignalTest, AHandlerMayDisconnectAndConnectAgainAndEmit) {
     (*signal_)(2);  // inside: b is gone
     signal_->Connect(b.get(), &Listener::OnEvent);
   };
-  (*signal_)(1);  // b's new connection is later than this emission
-  EXPECT_THAT(calls_, ElementsAre("a", "a"));
-  calls_.clear();
-  (*signal_)(1);
-  EXPECT_THAT(calls_, ElementsAre("a", "b"));
+  // b's new connection is later than the first emission.
+  EXPECT_THAT(Emit(), ElementsAre("a", "a"));
+  EXPECT_THAT(Emit(), ElementsAre("a", "b"));
 }
 
 }  // namespace

@@ -1,4 +1,7 @@
+// Message queues and the threads that run them.
 #include "base/thread.h"
+
+#include <gmock/gmock.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -24,66 +27,150 @@ void* operator new(size_t size, const std::nothrow_t&) noexcept {
   ++allocations;
   return malloc(size);
 }
-void operator delete(void* block) noexcept { free(block); }
-void operator delete(void* block, size_t) noexcept { free(block); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { free(block); }
+[[gnu::noinline]] void operator delete(void* block, size_t) noexcept { free(block); }
 
 namespace mpbp {
 namespace {
 
-using test::CountedData;
 using test::FunctionHandler;
+using testing::ElementsAre;
 
-class ThreadTest : public test::LoopTest {};
+class ThreadTest : public test::LoopTest {
+ protected:
+  // Calls a function when it is deleted.
+  struct Payload : MessageData {
+    explicit Payload(std::function<void()> on_delete) : then(std::move(on_delete)) {}
+    ~Payload() override { then(); }
+    std::function<void()> then;
+  };
+  std::unique_ptr<Payload> Counted() {
+    return std::make_unique<Payload>([this] { ++deleted_; });
+  }
 
-TEST_F(ThreadTest, RunsMessagesOnItsOwnThreadAndOnlyStartsOnce) {
+  int deleted_ = 0;
+  std::vector<uint32_t> ids_;
+  FunctionHandler handler_{[this](Message* message) { ids_.push_back(message->message_id); }};
+};
+
+TEST_F(ThreadTest, DelayedMessagesComeByDueTimeAndInPostingOrderWhenItIsTheSame) {
+  const uint32_t due = TimeAfter(5);
+  thread_->PostAt(due + 1, &handler_, 99);
+  for (uint32_t id = 0; id < 50; ++id) thread_->PostAt(due, &handler_, id);
+  thread_->PostAt(due - 1, &handler_, 98);
+  thread_->Post(&handler_, 97);
+  ASSERT_TRUE(PumpUntil([this] { return ids_.size() == 53; }));
+  std::vector<uint32_t> expected{97, 98};
+  for (uint32_t id = 0; id < 50; ++id) expected.push_back(id);
+  expected.push_back(99);
+  EXPECT_EQ(ids_, expected);
+}
+
+TEST_F(ThreadTest, ADelayedMessageIsNotEarlyAndEndsALongWait) {
+  const uint32_t start = Time();
+  thread_->PostDelayed(30, &handler_, 1);
+  Message message;
+  EXPECT_FALSE(thread_->Get(&message, 0));
+  ASSERT_TRUE(thread_->Get(&message, test::kDeadlineMs));
+  EXPECT_GE(TimeDiff(Time(), start), 30);
+  EXPECT_LT(TimeDiff(Time(), start), test::kDeadlineMs / 2);
+}
+
+TEST_F(ThreadTest, WhatIsToBeDisposedOfIsDeletedAndNeverReturned) {
+  thread_->Dispose(Counted());
+  EXPECT_EQ(deleted_, 0);  // it may be in use on the stack
+  Message message;
+  EXPECT_FALSE(thread_->Get(&message, 0));
+  EXPECT_EQ(deleted_, 1);
+
+  thread_->Quit();
+  thread_->Dispose(Counted());
+  thread_->Post(&handler_, 1, Counted());  // dropped
+  EXPECT_EQ(deleted_, 2);
+  {
+    MessageQueue other;
+    other.Quit();
+    other.Dispose(Counted());
+    other.Restart();
+    other.PostDelayed(100'000, &handler_, 1, Counted());
+    // One that posts while the queue is destroyed.
+    other.Dispose(std::make_unique<Payload>([&] { other.Dispose(Counted()); }));
+  }
+  EXPECT_EQ(deleted_, 5);
+  ThreadManager::Instance().UnwrapCurrentThread();
+  thread_.reset();
+  EXPECT_EQ(deleted_, 6);
+}
+
+TEST_F(ThreadTest, ClearTakesTheMatchingOnesOutOfEveryPlace) {
+  FunctionHandler other([this](Message* message) { ids_.push_back(message->message_id); });
+  thread_->Post(&handler_, 1, Counted());
+  const Message* peeked = nullptr;
+  ASSERT_TRUE(thread_->Peek(&peeked));
+  ASSERT_TRUE(thread_->Peek(&peeked));  // still the same one
+  EXPECT_EQ(peeked->message_id, 1u);
+  thread_->Post(&handler_, 2, Counted());
+  thread_->Post(&other, 3);
+  thread_->PostDelayed(1, &handler_, 1);
+  thread_->PostDelayed(1, &other, 4);
+  MessageList removed;
+  thread_->Clear(&handler_, 1, &removed);
+  EXPECT_EQ(removed.size(), 2u);
+  EXPECT_EQ(deleted_, 0);
+  thread_->Clear(&handler_);
+  EXPECT_EQ(deleted_, 1);
+  ASSERT_TRUE(thread_->Peek(&peeked));
+  ASSERT_TRUE(PumpUntil([this] { return ids_.size() == 2; }));
+  EXPECT_THAT(ids_, ElementsAre(3, 4));
+}
+
+TEST_F(ThreadTest, AHandlerMayDeleteItselfAndTheReceiversOfWhatComesNextInEveryQueue) {
+  Thread other;
+  auto victim = std::make_unique<FunctionHandler>([](Message*) { FAIL(); });
+  std::unique_ptr<FunctionHandler> killer;
+  killer = std::make_unique<FunctionHandler>([&](Message*) {
+    victim.reset();
+    killer.reset();
+  });
+  thread_->Post(killer.get(), 1);
+  thread_->Post(victim.get(), 2, Counted());
+  other.Post(victim.get(), 2, Counted());
+  other.PostDelayed(0, victim.get(), 3, Counted());
+  thread_->Post(killer.get(), 3);
+  thread_->Post(&handler_, 4);
+  ASSERT_TRUE(PumpUntil([this] { return !ids_.empty(); }));
+  EXPECT_THAT(ids_, ElementsAre(4));
+  EXPECT_EQ(deleted_, 3);
+}
+
+// Queues that go on one thread while handlers go on another look at each other through the list of
+// all queues.
+TEST_F(ThreadTest, QueuesAndHandlersMayGoOnDifferentThreadsAtTheSameTime) {
+  std::atomic<bool> done{false};
+  std::thread handlers([&done] {
+    while (!done) FunctionHandler([](Message*) {});
+  });
+  for (int i = 0; i < 200; ++i) Thread().Post(&handler_, 1);
+  done = true;
+  handlers.join();
+}
+
+TEST_F(ThreadTest, SendRunsOnTheTargetWhoeverSendsUntilItQuits) {
   Thread worker;
-  EXPECT_TRUE(worker.SetName("worker", nullptr));
   ASSERT_TRUE(worker.Start());
   EXPECT_FALSE(worker.Start());
-  EXPECT_FALSE(worker.SetName("other", nullptr));
-  EXPECT_EQ(worker.name(), "worker");
   EXPECT_FALSE(thread_->Start());  // wrapped
-  Thread* ran_on = nullptr;
-  FunctionHandler handler([&](Message*) {
-    ran_on = Thread::Current();
-    EXPECT_TRUE(worker.IsCurrent());
-  });
+  std::vector<Thread*> ran_on;
+  FunctionHandler handler([&](Message*) { ran_on.push_back(Thread::Current()); });
   worker.Send(&handler);
-  EXPECT_EQ(ran_on, &worker);
-  worker.Stop();
-  worker.Stop();
-}
-
-TEST_F(ThreadTest, RunsARunnableAndMayDeleteItselfAfterwards) {
-  struct Flag : Runnable {
-    void Run(Thread* thread) override {
-      current = Thread::Current() == thread;
-      ran = true;
-    }
-    std::atomic<bool> current{false};
-    std::atomic<bool> ran{false};
-  };
-  const int descriptors = test::OpenDescriptors();
-  Flag flag;
-  Thread* const detached = new Thread;
-  detached->set_delete_self_when_complete();
-  ASSERT_TRUE(detached->Start(&flag));
-  EXPECT_TRUE(PumpUntil([&] { return flag.ran.load(); }));
-  EXPECT_TRUE(flag.current);
-  EXPECT_TRUE(PumpUntil([&] { return test::OpenDescriptors() == descriptors; }));
-}
-
-TEST_F(ThreadTest, SendToItselfRunsAtOnceAndDeletesThePayload) {
-  int deleted = 0;
-  bool ran = false;
-  FunctionHandler handler([&](Message*) { ran = true; });
-  thread_->Send(&handler, 1, std::make_unique<CountedData>(&deleted));
-  EXPECT_TRUE(ran);
-  EXPECT_EQ(deleted, 1);
+  std::thread([&] { worker.Send(&handler); }).join();  // a thread that is none of ours
+  thread_->Send(&handler, 1, Counted());
+  EXPECT_EQ(deleted_, 1);
   thread_->Quit();
-  ran = false;
   thread_->Send(&handler);
-  EXPECT_FALSE(ran);
+  EXPECT_THAT(ran_on, ElementsAre(&worker, &worker, thread_.get()));
+  worker.Stop();
+  worker.Stop();
 }
 
 TEST_F(ThreadTest, TwoThreadsMaySendToEachOther) {
@@ -101,63 +188,25 @@ TEST_F(ThreadTest, TwoThreadsMaySendToEachOther) {
   });
   a.Post(&a_to_b);
   b.Post(&b_to_a);
-  EXPECT_TRUE(PumpUntil([&] { return ran == 600; }));
-  // What was posted while they waited for each other is still delivered.
+  // What is posted while they wait for each other is delivered as well.
   a.Post(&count);
   b.Post(&count);
   EXPECT_TRUE(PumpUntil([&] { return ran == 602; }));
 }
 
-TEST_F(ThreadTest, ASendFromAThreadThatIsNoneOfOursWorks) {
-  Thread target;
-  ASSERT_TRUE(target.Start());
-  std::atomic<bool> ran{false};
-  FunctionHandler handler([&](Message*) { ran = true; });
-  std::thread stranger([&] {
-    target.Send(&handler);
-    EXPECT_EQ(Thread::Current(), nullptr);
-  });
-  stranger.join();
-  EXPECT_TRUE(ran);
-}
-
-TEST_F(ThreadTest, ClearReleasesASenderWithoutRunningItsMessage) {
-  Thread target;  // not started: nothing would ever run the message
-  std::atomic<bool> released{false};
-  bool ran = false;
-  int deleted = 0;
-  FunctionHandler handler([&](Message*) { ran = true; });
-  std::thread sender([&] {
-    target.Send(&handler, 7, std::make_unique<CountedData>(&deleted));
-    released = true;
-  });
-  MessageList removed;
-  EXPECT_TRUE(PumpUntil([&] {
-    target.Clear(&handler, 7, &removed);
-    return !removed.empty();
-  }));
-  sender.join();
-  EXPECT_TRUE(released);
-  EXPECT_FALSE(ran);
-  EXPECT_EQ(deleted, 0);
-  removed.clear();
-  EXPECT_EQ(deleted, 1);
-}
-
 TEST_F(ThreadTest, DestroyingTheTargetReleasesWhoSendsToIt) {
   auto target = std::make_unique<Thread>();
-  FunctionHandler handler([](Message*) {});
-  std::atomic<bool> begun{false};
   Thread* const address = target.get();
+  std::atomic<bool> begun{false};
   Thread sender;
   FunctionHandler send([&](Message*) {
     begun = true;
-    address->Send(&handler);
+    address->Send(&handler_);
   });
-  // The socket server of `sender` says when it has begun to wait: it runs sends meanwhile.
   ASSERT_TRUE(sender.Start());
   sender.Post(&send);
   ASSERT_TRUE(PumpUntil([&] { return begun.load(); }));
+  // A thread that waits for its own send runs what others send: now it waits.
   bool during = false;
   FunctionHandler probe([&](Message*) { during = true; });
   sender.Send(&probe);
@@ -166,7 +215,15 @@ TEST_F(ThreadTest, DestroyingTheTargetReleasesWhoSendsToIt) {
   sender.Stop();
 }
 
-TEST_F(ThreadTest, ProcessMessagesWithoutWaitingEndsUnderAFloodOfMessages) {
+TEST_F(ThreadTest, ProcessMessagesWithoutWaitingDispatchesAllThatIsReadyAndEndsUnderAFlood) {
+  for (int i = 0; i < 100; ++i) thread_->Post(&handler_);
+  EXPECT_TRUE(thread_->ProcessMessages(0));
+  EXPECT_EQ(ids_.size(), 100u);
+  FunctionHandler quit([&](Message*) { thread_->Quit(); });
+  thread_->Post(&quit);
+  EXPECT_FALSE(thread_->ProcessMessages(0));
+  thread_->Restart();
+
   int count = 0;
   FunctionHandler again([&](Message* message) {
     ++count;
@@ -179,20 +236,6 @@ TEST_F(ThreadTest, ProcessMessagesWithoutWaitingEndsUnderAFloodOfMessages) {
   EXPECT_GT(count, 1);
 }
 
-TEST_F(ThreadTest, ProcessMessagesWithoutWaitingDispatchesAllThatIsReady) {
-  int count = 0;
-  FunctionHandler handler([&](Message*) { ++count; });
-  for (int i = 0; i < 100; ++i) thread_->Post(&handler);
-  EXPECT_TRUE(thread_->ProcessMessages(0));
-  EXPECT_EQ(count, 100);
-  FunctionHandler quit([&](Message*) { thread_->Quit(); });
-  thread_->Post(&quit);
-  thread_->Post(&handler);
-  EXPECT_FALSE(thread_->ProcessMessages(0));
-  thread_->Restart();
-  EXPECT_TRUE(thread_->ProcessMessages(0));
-}
-
 TEST_F(ThreadTest, AnIdleRoundWithWatchedSocketsAllocatesNothing) {
   std::vector<std::unique_ptr<AsyncSocket>> sockets;
   for (int i = 0; i < 3; ++i) {
@@ -200,8 +243,7 @@ TEST_F(ThreadTest, AnIdleRoundWithWatchedSocketsAllocatesNothing) {
     ASSERT_EQ(sockets.back()->Bind(SocketAddress::Loopback(0)), 0);
     ASSERT_EQ(sockets.back()->Listen(1), 0);
   }
-  FunctionHandler handler([](Message*) {});
-  thread_->PostDelayed(1'000'000, &handler);
+  thread_->PostDelayed(1'000'000, &handler_);
   Drain();
   const long before = allocations;
   for (int i = 0; i < 10; ++i) thread_->ProcessMessages(0);

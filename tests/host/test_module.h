@@ -14,10 +14,7 @@ namespace mpbp::test {
 // What happened since the module was initialised, in order.
 struct TestModuleState {
   std::vector<std::string> events;
-  int has_property_calls = 0;
-  int get_property_calls = 0;
   std::string body;              // of the last fetch
-  std::string response;          // "STATUS REASON URL\nHEADERS" of the last fetch
   std::vector<int32_t> results;  // of the last fetch, in order
 };
 

@@ -25,22 +25,6 @@ TEST(FrameTest, IsTypeLengthAndPayloadBigEndian) {
   EXPECT_EQ(Framed(2, std::string(0x010203, 'x')).substr(2, 4), std::string("\0\1\2\3", 4));
 }
 
-TEST(FrameTest, IsDeliveredOnceItIsCompleteAndNotBefore) {
-  const std::string stream = Framed(1, "cookie") + Framed(2, "") + Framed(2, std::string(1, '\0'));
-  ByteBuffer buffer;
-  FrameList frames;
-  std::vector<size_t> completed_at;
-  for (size_t i = 0; i < stream.size(); ++i) {
-    buffer.WriteBytes(stream.substr(i, 1));
-    const size_t before = frames.size();
-    ReadFrames(buffer, frames);
-    if (frames.size() > before) completed_at.push_back(i + 1);
-  }
-  EXPECT_THAT(completed_at, ElementsAre(12, 18, 25));
-  EXPECT_THAT(frames, ElementsAre(Pair(1, "cookie"), Pair(2, ""), Pair(2, std::string(1, '\0'))));
-  EXPECT_EQ(buffer.Length(), 0u);
-}
-
 TEST(FrameTest, AHostileLengthWaitsAndReservesNothing) {
   for (const char* const length : {"\xFF\xFF\xFF\xFF", "\x80\0\0\0", "\x7F\xFF\xFF\xFF"}) {
     ByteBuffer buffer;
@@ -78,22 +62,6 @@ TEST(FrameTest, RandomStreamsCutAtRandomPlacesGiveTheSameFrames) {
     }
     ASSERT_EQ(got, sent) << "round " << round;
     ASSERT_EQ(buffer.Length(), 0u);
-  }
-}
-
-// Nothing that a peer sends may crash, hang or lose its place.
-TEST(FrameTest, RandomBytesGiveFramesThatMakeUpTheStream) {
-  std::mt19937 random(7);
-  for (int round = 0; round < 3000; ++round) {
-    std::string stream(random() % 300, '\0');
-    // Mostly zeros, so that many lengths are small enough to be complete.
-    for (char& byte : stream) byte = random() % 4 == 0 ? static_cast<char>(random() % 12) : '\0';
-    ByteBuffer buffer(stream);
-    FrameList frames;
-    ReadFrames(buffer, frames);
-    std::string again;
-    for (const auto& [type, data] : frames) again += Framed(type, data);
-    ASSERT_EQ(again + std::string(buffer.Data(), buffer.Length()), stream);
   }
 }
 

@@ -3,7 +3,6 @@
 #ifndef MPBP_TESTS_LINK_LINKTEST_H_
 #define MPBP_TESTS_LINK_LINKTEST_H_
 
-#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -18,8 +17,9 @@
 
 namespace mpbp::test {
 
-// Writes down what a message socket raises, and does what the test says about it.
-class LinkWatcher : public SlotOwner {
+// Writes down what a message socket raises, and does what the test says about it. The events are
+// "port file", "connected", "authorized", "message", "closed".
+class LinkWatcher : public SlotOwner, public EventRecord {
  public:
   explicit LinkWatcher(MessageSocket* socket) {
     socket->SignalReadPortFile.Connect(this, &LinkWatcher::OnReadPortFile);
@@ -28,20 +28,11 @@ class LinkWatcher : public SlotOwner {
     socket->SignalMessage.Connect(this, &LinkWatcher::OnMessage);
     socket->SignalClosed.Connect(this, &LinkWatcher::OnClosed);
   }
-  bool Saw(const std::string& event) const {
-    return std::find(events.begin(), events.end(), event) != events.end();
-  }
 
-  std::vector<std::string> events;  // "port file", "connected", "authorized", "message", "closed"
   std::vector<std::string> texts;
   int close_error = -1;
-  std::function<void(const std::string& event)> then;
 
  private:
-  void Note(const std::string& event) {
-    events.push_back(event);
-    if (then) then(event);
-  }
   void OnReadPortFile(MessageSocket*, bool) { Note("port file"); }
   void OnConnected(MessageSocket*) { Note("connected"); }
   void OnAuthorized(MessageSocket*) { Note("authorized"); }
@@ -60,7 +51,6 @@ class RawPeer : public SlotOwner {
  public:
   explicit RawPeer(std::unique_ptr<AsyncSocket> connection) : socket(std::move(connection)) {
     socket->SignalReadEvent.Connect(this, &RawPeer::OnRead);
-    socket->SignalCloseEvent.Connect(this, &RawPeer::OnClose);
   }
   void SendBytes(const std::string& bytes) {
     EXPECT_EQ(socket->Send(bytes.data(), bytes.size()), static_cast<int>(bytes.size()));
@@ -74,7 +64,6 @@ class RawPeer : public SlotOwner {
 
   std::unique_ptr<AsyncSocket> socket;
   FrameList frames;
-  bool closed = false;
 
  private:
   void OnRead(AsyncSocket*) {
@@ -83,24 +72,25 @@ class RawPeer : public SlotOwner {
     if (count > 0) buffer_.WriteBytes({bytes, static_cast<size_t>(count)});
     ReadFrames(buffer_, frames);
   }
-  void OnClose(AsyncSocket*, int) { closed = true; }
 
   ByteBuffer buffer_;
 };
 
 class LinkTest : public LoopTest, public SlotOwner {
  protected:
-  LinkTest() { MakeListener(); }
-  ~LinkTest() override {
+  LinkTest() { MakeEnds(); }
+  ~LinkTest() override { DropEnds(); }
+
+  void DropEnds() {
     accepted_.clear();
     client_.reset();
     listener_.reset();
   }
-
-  void MakeListener() {
+  void MakeEnds() {
+    DropEnds();
     listener_ = std::make_unique<PluginMessageSocket>();
     listener_->set_port_file_path(path_);
-    listener_->SignalAccepted.Connect(static_cast<LinkTest*>(this), &LinkTest::OnAccepted);
+    listener_->SignalAccepted.Connect(this, &LinkTest::OnAccepted);
     client_ = std::make_unique<PluginMessageSocket>();
     client_->set_port_file_path(path_);
   }

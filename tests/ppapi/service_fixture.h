@@ -3,12 +3,10 @@
 #ifndef MPBP_TESTS_PPAPI_SERVICE_FIXTURE_H_
 #define MPBP_TESTS_PPAPI_SERVICE_FIXTURE_H_
 
-#include <json/json.h>
-
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "jsontext.h"
 #include "tests/ppapi/module_fixture.h"
 
 namespace mpbp::test {
@@ -46,27 +44,10 @@ class ServiceTest : public FakeEngineTest {
   }
 };
 
-// A JSON string of these bytes as an engine writes it: those above 127 as they are.
-inline std::string Quoted(const std::string& bytes) {
-  std::string text = "\"";
-  for (const char c : bytes) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\') {
-      char escape[8];
-      snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
-      text += escape;
-    } else {
-      text += c;
-    }
-  }
-  return text + "\"";
-}
-
 inline Json::Value Parsed(const std::string& text) {
-  Json::Value value;
-  std::string errors;
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << errors;
-  return value;
+  const std::optional<Json::Value> value = ParseJson(text);
+  EXPECT_TRUE(value) << text;
+  return value.value_or(Json::Value());
 }
 
 }  // namespace mpbp::test

@@ -2,17 +2,17 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
-#include <string>
-
+#include "plugin/pluginutils.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/child_process.h"
+#include "tests/support/scoped_env.h"
+#include "tests/support/wait_until.h"
 
 namespace mpbp {
 namespace {
 
-using test::CapturedLog;
 using test::NamedChild;
 using testing::Contains;
 using testing::Not;
@@ -27,22 +27,17 @@ class EngineProcessesTest : public testing::Test {
     return pids;
   }
 
-  CapturedLog log_;
+  test::CapturedLog log_;
 };
 
 TEST_F(EngineProcessesTest, ProcessesAreFoundByTheFifteenCharactersOfTheirName) {
-  NamedChild engine("MurmelParlPlugin");
-  NamedChild longer("MurmelParlPlugiXYZ");
-  NamedChild shorter("MurmelParlPlug");
-  NamedChild other("MurmelParlServer");
-  NamedChild blank("Murmel ParlPlug");
-  NamedChild brackets(") (Murmel");
-  NamedChild line_feed("\n\n\n");
-  const std::vector<int> pids = Found();
-  EXPECT_THAT(pids, Contains(engine.pid()));
-  EXPECT_THAT(pids, Contains(longer.pid()));
-  for (const NamedChild* child : {&shorter, &other, &blank, &brackets, &line_feed}) {
-    EXPECT_THAT(pids, Not(Contains(child->pid())));
+  const NamedChild engine("MurmelParlPlugin");
+  const NamedChild longer("MurmelParlPlugiXYZ");
+  EXPECT_THAT(Found(), testing::IsSupersetOf({engine.pid(), longer.pid()}));
+  for (const char* name :
+       {"MurmelParlPlug", "MurmelParlServer", "Murmel ParlPlug", ") (Murmel", "\n\n\n"}) {
+    const NamedChild other(name);
+    EXPECT_THAT(Found(), Not(Contains(other.pid()))) << name;
   }
   EXPECT_FALSE(log_.Contains("Unexpected content in /proc/"));
   log_.Clear();
@@ -51,23 +46,22 @@ TEST_F(EngineProcessesTest, ProcessesAreFoundByTheFifteenCharactersOfTheirName) 
   EXPECT_TRUE(log_.Contains("pid: " + std::to_string(engine.pid()) + "\n"));
 }
 
-TEST_F(EngineProcessesTest, TheOwnProcessIsNeverSignalled) {
-  NamedChild child("MurmelParlPlugin");
+TEST_F(EngineProcessesTest, NeitherTheOwnProcessNorALowIdIsSignalled) {
+  const NamedChild child("MurmelParlPlugin");
   char name[16] = {};
   ASSERT_EQ(0, prctl(PR_GET_NAME, name));
   ASSERT_EQ(0, prctl(PR_SET_NAME, "MurmelParlPlugin"));
-  if (getpid() > 999) {
-    EXPECT_THAT(Found(false), Contains(getpid()));
-  }
+  // Ids up to 999 are the system's own.
+  EXPECT_EQ(testing::Value(Found(false), Contains(getpid())), getpid() > 999);
   EXPECT_THAT(Found(true), Not(Contains(getpid())));
   EXPECT_GE(KillEngineProcesses(false, true), 1);  // the flag does not matter
   ASSERT_EQ(0, prctl(PR_SET_NAME, name));
 }
 
-TEST_F(EngineProcessesTest, KillingAsksPolitelyOrAtOnce) {
+TEST_F(EngineProcessesTest, KillingAsksPolitelyOrAtOnceAndReportsWhatItCannotDo) {
   NamedChild first("MurmelParlPlugin");
   NamedChild second("MurmelParlPlugin");
-  NamedChild other("other");
+  const NamedChild other("other");
   EXPECT_GE(KillEngineProcesses(true, false), 2);
   EXPECT_TRUE(log_.Contains("Killing all running quern processes. skip_self? 1, immediate? 0\n"));
   EXPECT_TRUE(log_.Contains("Sending SIGTERM to pid " + std::to_string(first.pid()) + "\n"));
@@ -76,23 +70,44 @@ TEST_F(EngineProcessesTest, KillingAsksPolitelyOrAtOnce) {
   EXPECT_EQ(SIGTERM, second.WaitForSignal());
 
   NamedChild third("MurmelParlPlugin");
+  const int pid = third.pid();
   EXPECT_GE(KillEngineProcesses(true, true), 1);
   // Nobody has reaped it, so the second look still sees it.
-  EXPECT_TRUE(log_.Contains("pid " + std::to_string(third.pid()) + " is still running.\n"));
+  EXPECT_TRUE(log_.Contains("pid " + std::to_string(pid) + " is still running.\n"));
   EXPECT_EQ(SIGKILL, third.WaitForSignal());
   EXPECT_EQ(0, kill(other.pid(), 0));
+  for (const int none : {pid, 0, -1}) EXPECT_FALSE(SignalProcess(none, false)) << none;
+  EXPECT_TRUE(log_.Contains("Error sending signal.\n"));
 }
 
-TEST_F(EngineProcessesTest, ASignalThatCannotBeSentIsReported) {
-  NamedChild gone("gone");
-  const int pid = gone.pid();
-  ASSERT_TRUE(SignalProcess(pid, true));
-  EXPECT_TRUE(log_.Contains("Signal sent successfully.\n"));
-  gone.WaitForSignal();
-  EXPECT_FALSE(SignalProcess(pid, false));
-  EXPECT_TRUE(log_.Contains("Error sending signal.\n"));
-  EXPECT_FALSE(SignalProcess(0, false));  // would be this process's whole group
-  EXPECT_FALSE(SignalProcess(-1, false));
+TEST(LauncherTest, StartsTheEngineOfTheConfiguredFolderWithoutArguments) {
+  const test::ScopedAppData app_data;
+  test::CapturedLog log;
+  const std::string folder = app_data.dir() / "engine dir";
+  const std::string path = folder + "/MurmelParlPlugin";
+  const std::string report = app_data.dir() / "report";
+  std::filesystem::create_directories(folder);
+  test::WriteFile(path, "#!/bin/sh\necho \"$0 $# $XDG_CONFIG_HOME\" > " + report + ".part; mv " +
+                            report + ".part " + report + "\n");
+  ASSERT_EQ(0, chmod(path.c_str(), 0755));
+  int error = -7;
+  for (const std::string& install_dir : {folder, folder + "/"}) {
+    app_data.WriteOptions("install_dir=" + install_dir + "\n");
+    log.Clear();
+    EXPECT_TRUE(LaunchEngine(&error));
+    EXPECT_EQ(0, error);
+    EXPECT_TRUE(log.Contains("Started MurmelParlPlugin, path=" + path + "\n"));
+    ASSERT_TRUE(test::WaitUntil([&] { return std::filesystem::exists(report); }, 20000));
+    EXPECT_EQ(path + " 0 " + app_data.dir().path() + "\n", test::ReadFile(report));
+    std::filesystem::remove(report);
+  }
+  // Without a folder the default one is tried, and its absence is not seen.
+  const std::string default_path = "/opt/murmel/parlplugin/MurmelParlPlugin";
+  if (Filesystem::IsFile(default_path)) GTEST_SKIP() << "an engine is installed";
+  app_data.WriteOptions("install_dir=\n");
+  EXPECT_TRUE(LaunchEngine(&error));
+  EXPECT_TRUE(log.Contains("Failed to get MurmelParlPlugin path. Trying default.\n"));
+  EXPECT_TRUE(log.Contains("Started MurmelParlPlugin, path=" + default_path + "\n"));
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #ifndef MPBP_TESTS_SUPPORT_CAPTURED_LOG_H_
 #define MPBP_TESTS_SUPPORT_CAPTURED_LOG_H_
 
-#include <cerrno>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -32,9 +31,7 @@ class CapturedLog {
   int Count(std::string_view part) const {
     const std::string all = text();
     int count = 0;
-    for (size_t pos = all.find(part); pos != std::string::npos; pos = all.find(part, pos + 1)) {
-      ++count;
-    }
+    for (size_t at = 0; (at = all.find(part, at)) != std::string::npos; ++at) ++count;
     return count;
   }
   void Clear() {
@@ -44,10 +41,7 @@ class CapturedLog {
 
  private:
   struct Stream : StreamInterface {
-    StreamResult Read(void* /*buffer*/, size_t /*length*/, size_t* /*read*/, int* error) override {
-      if (error) *error = ENOTSUP;
-      return StreamResult::SR_ERROR;
-    }
+    StreamResult Read(void*, size_t, size_t*, int*) override { return StreamResult::SR_ERROR; }
     StreamResult Write(const void* data, size_t length, size_t* written, int* /*error*/) override {
       std::lock_guard<std::mutex> guard(lock);
       text.append(static_cast<const char*>(data), length);

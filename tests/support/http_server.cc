@@ -8,55 +8,40 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <string_view>
+#include <sstream>
 
 namespace mpbp::test {
 namespace {
 
-// False when the other side is gone.
-bool SendAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t sent = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (sent <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(sent));
-  }
-  return true;
-}
-
 // False when the other side is gone before a whole request was there.
 bool ReadRequest(int fd, HttpServerRequest& request) {
-  char buffer[4096];
+  std::string raw;
   size_t head_end = std::string::npos;
   size_t length = 0;
-  while (head_end == std::string::npos || request.raw.size() < head_end + length) {
+  while (head_end == std::string::npos || raw.size() < head_end + length) {
+    char buffer[4096];
     const ssize_t got = recv(fd, buffer, sizeof buffer, 0);
     if (got <= 0) return false;
-    request.raw.append(buffer, static_cast<size_t>(got));
-    const size_t blank = request.raw.find("\r\n\r\n");
-    if (head_end != std::string::npos || blank == std::string::npos) continue;
-    head_end = blank + 4;
-    const size_t first_end = request.raw.find("\r\n");
-    const std::string first = request.raw.substr(0, first_end);
-    request.method = first.substr(0, first.find(' '));
-    request.path = first.substr(request.method.size() + 1);
-    request.path.erase(std::min(request.path.find(' '), request.path.size()));
-    request.head = request.raw.substr(first_end + 2, head_end - first_end - 4);
+    raw.append(buffer, static_cast<size_t>(got));
+    if (head_end != std::string::npos || raw.find("\r\n\r\n") == std::string::npos) continue;
+    head_end = raw.find("\r\n\r\n") + 4;
+    const size_t first_end = raw.find("\r\n");
+    std::istringstream(raw.substr(0, first_end)) >> request.method >> request.path;
+    request.head = raw.substr(first_end + 2, head_end - first_end - 4);
     length = std::strtoul(request.Header("content-length").c_str(), nullptr, 10);
   }
-  request.body = request.raw.substr(head_end);
+  request.body = raw.substr(head_end);
   return true;
 }
 
 std::string Chunked(const std::string& body) {
   constexpr size_t kChunk = 1000;
-  std::string out;
+  std::ostringstream out;
   for (size_t at = 0; at < body.size(); at += kChunk) {
     const std::string part = body.substr(at, kChunk);
-    char length[32];
-    std::snprintf(length, sizeof length, "%zx\r\n", part.size());
-    out += length + part + "\r\n";
+    out << std::hex << part.size() << "\r\n" << part << "\r\n";
   }
-  return out + "0\r\n\r\n";
+  return out.str() + "0\r\n\r\n";
 }
 
 std::string Head(const HttpServerResponse& response) {
@@ -70,25 +55,18 @@ std::string Head(const HttpServerResponse& response) {
 }  // namespace
 
 std::string HttpServerRequest::Header(const std::string& name) const {
-  for (size_t at = 0; at < head.size();) {
-    const size_t end = head.find("\r\n", at);
-    const std::string line = head.substr(at, end - at);
-    at = end + 2;
+  std::istringstream lines(head);
+  for (std::string line; std::getline(lines, line);) {
     const size_t colon = line.find(':');
     if (colon != name.size() || strncasecmp(line.c_str(), name.c_str(), colon) != 0) continue;
-    const size_t value = line.find_first_not_of(' ', colon + 1);
-    return value == std::string::npos ? "" : line.substr(value);
+    line.pop_back();  // '\r'
+    return line.substr(std::min(line.find_first_not_of(' ', colon + 1), line.size()));
   }
   return "";
 }
 
 HttpServerResponse RedirectTo(const std::string& url, int status) {
-  HttpServerResponse response;
-  response.status = status;
-  response.reason = "Elsewhere";
-  response.headers = {{"Location", url}};
-  response.body = "not here";
-  return response;
+  return {status, "Elsewhere", {{"Location", url}}, "not here", {}, {}, {}, {}};
 }
 
 HttpServer::HttpServer(Handler handler)
@@ -98,11 +76,10 @@ HttpServer::HttpServer(Handler handler)
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
-  if (bind(listen_fd_, generic, length) != 0 || listen(listen_fd_, 64) != 0 ||
-      getsockname(listen_fd_, generic, &length) != 0) {
-    return;
+  if (bind(listen_fd_, generic, length) == 0 && listen(listen_fd_, 64) == 0 &&
+      getsockname(listen_fd_, generic, &length) == 0) {
+    port_ = ntohs(address.sin_port);
   }
-  port_ = ntohs(address.sin_port);
   accept_thread_ = std::thread([this] { Accept(); });
 }
 
@@ -120,8 +97,7 @@ void HttpServer::Accept() {
     const int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) continue;
     std::lock_guard lock(mutex_);
-    connections_.push_back({fd, std::thread([this, fd] { Serve(fd); })});
-    if (stopping_) shutdown(fd, SHUT_RDWR);
+    connections_.emplace_back(fd, std::thread([this, fd] { Serve(fd); }));
   }
 }
 
@@ -133,14 +109,15 @@ void HttpServer::Serve(int fd) {
       requests_.push_back(request);
     }
     const HttpServerResponse response = handler_(request);
-    if (response.hang) {
-      char byte = 0;
-      while (recv(fd, &byte, 1, 0) > 0) {
-      }
-    } else if (!response.drop) {
+    char byte = 0;
+    while (response.hang && recv(fd, &byte, 1, 0) > 0) {
+    }
+    if (!response.hang && !response.drop) {
       const std::string body = response.chunked ? Chunked(response.body) : response.body;
-      const size_t end = std::min(response.break_after.value_or(body.size()), body.size());
-      if (SendAll(fd, Head(response))) SendAll(fd, std::string_view(body).substr(0, end));
+      const std::string all =
+          Head(response) + body.substr(0, response.break_after.value_or(body.size()));
+      // Blocks until all is on its way, or the other side is gone.
+      send(fd, all.data(), all.size(), MSG_NOSIGNAL);
     }
   }
   shutdown(fd, SHUT_RDWR);  // Stop closes it, so that the number is not taken again meanwhile
@@ -149,16 +126,13 @@ void HttpServer::Serve(int fd) {
 void HttpServer::Stop() {
   if (stopping_.exchange(true)) return;
   shutdown(listen_fd_, SHUT_RDWR);
-  if (accept_thread_.joinable()) accept_thread_.join();
+  accept_thread_.join();
   close(listen_fd_);
-  {
-    std::lock_guard lock(mutex_);
-    for (const Connection& connection : connections_) shutdown(connection.fd, SHUT_RDWR);
-  }
   // The list no longer changes; the threads may still want the lock.
-  for (Connection& connection : connections_) {
-    connection.thread.join();
-    close(connection.fd);
+  for (const auto& [fd, thread] : connections_) shutdown(fd, SHUT_RDWR);
+  for (auto& [fd, thread] : connections_) {
+    thread.join();
+    close(fd);
   }
 }
 

@@ -16,7 +16,6 @@
 namespace mpbp::test {
 
 struct HttpServerRequest {
-  std::string raw;  // every byte, head and body
   std::string method;
   std::string path;
   std::string head;  // the header lines, each ended by "\r\n"
@@ -60,10 +59,6 @@ class HttpServer {
   void Stop();
 
  private:
-  struct Connection {
-    int fd;
-    std::thread thread;
-  };
   void Accept();
   void Serve(int fd);
 
@@ -73,7 +68,7 @@ class HttpServer {
   std::atomic<bool> stopping_{false};
   std::thread accept_thread_;
   mutable std::mutex mutex_;
-  std::list<Connection> connections_;
+  std::list<std::pair<int, std::thread>> connections_;
   std::vector<HttpServerRequest> requests_;
 };
 

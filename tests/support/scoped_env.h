@@ -23,13 +23,7 @@ class ScopedEnv {
   ~ScopedEnv() { Set(old_ ? old_->c_str() : nullptr); }
 
  private:
-  void Set(const char* value) {
-    if (value) {
-      setenv(name_.c_str(), value, 1);
-    } else {
-      unsetenv(name_.c_str());
-    }
-  }
+  void Set(const char* value) { value ? setenv(name_.c_str(), value, 1) : unsetenv(name_.c_str()); }
 
   std::string name_;
   std::optional<std::string> old_;

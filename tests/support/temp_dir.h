@@ -19,17 +19,14 @@ class TempDir {
  public:
   TempDir() {
     char name[] = "/tmp/mpbp_test_XXXXXX";
-    if (mkdtemp(name)) {
-      path_ = name;
-    } else {
-      ADD_FAILURE() << "no temporary folder";
-    }
+    EXPECT_TRUE(mkdtemp(name));
+    path_ = name;
   }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
   ~TempDir() {
     std::error_code error;
-    if (!path_.empty()) std::filesystem::remove_all(path_, error);
+    std::filesystem::remove_all(path_, error);
   }
 
   // Without a closing '/'.

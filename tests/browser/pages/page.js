@@ -1,4 +1,4 @@
-/* What the test pages share. A page tells the driver things with report() and ends with finish(). */
+// What the test pages share. A page tells the driver things with report() and ends with finish().
 'use strict';
 
 window.addEventListener('error', (event) => console.log('uncaught: ' + event.message));
@@ -12,6 +12,17 @@ function finish() {
   console.log('mpbp-browser:exit 0');
 }
 
+function thrown(action) {
+  try {
+    action();
+    return 'nothing thrown';
+  } catch (error) {
+    return (error instanceof Error ? '' : 'not an Error: ') + error.message;
+  }
+}
+
+const pause = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
 function addPlugin(tag = 'embed') {
   const plugin = document.createElement(tag);
   plugin.type = 'application/x-murmelparl';
@@ -20,7 +31,7 @@ function addPlugin(tag = 'embed') {
   return plugin;
 }
 
-/* Starts the link; `texts` holds all texts so far and next() is a promise of a text to come. */
+// Starts the link; `texts` holds all texts so far and next() is a promise of a text to come.
 class Session {
   constructor(plugin = addPlugin()) {
     this.plugin = plugin;
@@ -42,7 +53,9 @@ class Session {
 
   kind(word) { return this.next((text) => text.startsWith('["' + word + '"')); }
 
-  /* Ready, and the engine has spoken. */
+  count(beginning) { return this.texts.filter((text) => text.startsWith(beginning)).length; }
+
+  // Ready, and the engine has spoken.
   async alive() {
     await this.kind('qw');
     return this;

@@ -1,4 +1,4 @@
-/* Plays the user of the console page. */
+// Plays the user of the console page.
 'use strict';
 (async function () {
   const until = async (test) => {
@@ -34,6 +34,5 @@
   report('killed', [document.getElementById('notice').hidden, again.hidden]);
   again.click();
   await until(() => document.getElementById('state').textContent === 'ready');
-  report('again', true);
   console.log('mpbp-browser:exit 0');
 })();
