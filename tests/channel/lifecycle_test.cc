@@ -106,7 +106,8 @@ TEST_P(DroppedLink, LeadsToWhatItsStateSays) {
   }
   ASSERT_TRUE(RunUntil([&] { return engine_->has_client(); }));
   engine_->DropLink();
-  ASSERT_TRUE(RunUntilText(Step(4)));
+  // What the engine had not read yet makes the end a reset.
+  ASSERT_TRUE(RunUntil([&] { return CountTexts(Step(4)) + CountTexts(Step(4, ECONNRESET)) == 1; }));
   RunFor(1500 / kTimeScale);  // before the online check looks
   EXPECT_EQ(CountTexts(kDeadText), drop.dead_texts);
   EXPECT_EQ(channel_->launches, drop.launches);
@@ -116,9 +117,9 @@ TEST_P(DroppedLink, LeadsToWhatItsStateSays) {
 INSTANTIATE_TEST_SUITE_P(
     States, DroppedLink,
     testing::Values(DropCase{CHANNEL_CONNECTED, 0, 0,
-                             "Connection lost while waiting for authorization reason=0"},
+                             "Connection lost while waiting for authorization reason="},
                     DropCase{CHANNEL_AUTHORIZED, 1, 0,
-                             "lost while responding to getVersion.  Give up.  reason=0"},
+                             "lost while responding to getVersion.  Give up.  reason="},
                     DropCase{CHANNEL_READY, 1, 1,
                              "Possible quern crash; attempting to restart quern."}));
 
