@@ -39,9 +39,10 @@ class PageReentrance : public FakeEngineTest,
 
 TEST_P(PageReentrance, NothingThatIsGoneIsTouched) {
   UseUpLowPids();
-  const auto [act, at] = GetParam();
+  const Act act = std::get<0>(GetParam());
+  const int at = std::get<1>(GetParam());
   int seen = 0;
-  on_text_ = [&, act = act, at = at](const std::string&) {
+  on_text_ = [&](const std::string&) {
     if (seen++ == at) Do(act);
   };
   CreatePage();
