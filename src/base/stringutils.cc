@@ -9,6 +9,12 @@ bool EqualIgnoringCase(char a, char b) { return ToUpperAscii(a) == ToUpperAscii(
 
 }  // namespace
 
+std::string LowerCase(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(), ToLowerAscii);
+  return lower;
+}
+
 bool StartsWithIgnoreCase(std::string_view text, std::string_view prefix) {
   return text.size() >= prefix.size() &&
          std::equal(prefix.begin(), prefix.end(), text.begin(), EqualIgnoringCase);

@@ -11,6 +11,8 @@ namespace mpbp {
 constexpr char ToUpperAscii(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
 constexpr char ToLowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
 
+std::string LowerCase(std::string_view text);
+
 bool StartsWithIgnoreCase(std::string_view text, std::string_view prefix);
 
 // `text` with every occurrence of `from` replaced; `from` must not be empty.

@@ -9,27 +9,14 @@
 #include <limits>
 #include <optional>
 
+#include "base/stringutils.h"
+
 namespace mpbp {
 namespace {
 
 constexpr std::array<std::string_view, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 constexpr int kTmYearBase = 1900;
-
-std::string_view Trim(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r";
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
-std::string LowerCase(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
-}
 
 struct DateFields {
   int day = 0;
@@ -105,13 +92,14 @@ HttpHeaders ParseHttpHeaders(std::string_view block) {
     block.remove_prefix(end == std::string_view::npos ? block.size() : end + 1);
     const size_t colon = line.find(':');
     if (colon == std::string_view::npos) continue;
-    headers.emplace(LowerCase(Trim(line.substr(0, colon))), Trim(line.substr(colon + 1)));
+    headers.emplace(LowerCase(TrimWhitespace(line.substr(0, colon))),
+                    TrimWhitespace(line.substr(colon + 1)));
   }
   return headers;
 }
 
 uint32_t ParseHttpDate(std::string_view date) {
-  const std::string text(Trim(date));
+  const std::string text(TrimWhitespace(date));
   DateFields fields;
   if (HasSign(text)) return 0;
   if (!ScanFixdate(text.c_str(), fields) && !ScanRfc850(text.c_str(), fields) &&

@@ -3,20 +3,13 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "base/stringutils.h"
 #include "jsontext.h"
 
 namespace mpbp {
 namespace {
 
 constexpr char kDirect[] = "DIRECT";
-
-std::string Lower(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
-}
 
 // A URL's or a proxy's parts; the scheme and the host in lower case.
 struct Endpoint {
@@ -35,7 +28,7 @@ bool IsPort(std::string_view text) {
 std::optional<Endpoint> ParseEndpoint(std::string_view text) {
   Endpoint result;
   if (const size_t mark = text.find("://"); mark != std::string_view::npos) {
-    result.scheme = Lower(text.substr(0, mark));
+    result.scheme = LowerCase(text.substr(0, mark));
     if (result.scheme.empty()) return std::nullopt;
     text.remove_prefix(mark + 3);
   }
@@ -44,7 +37,7 @@ std::optional<Endpoint> ParseEndpoint(std::string_view text) {
   const size_t bracket = text.starts_with('[') ? text.find(']') : 0;
   if (bracket == std::string_view::npos) return std::nullopt;
   const size_t colon = text.find(':', bracket);
-  result.host = Lower(text.substr(0, colon));
+  result.host = LowerCase(text.substr(0, colon));
   if (colon != std::string_view::npos) {
     result.port = text.substr(colon + 1);
     if (!result.port.empty() && !IsPort(result.port)) return std::nullopt;
