@@ -145,7 +145,7 @@ class BlockingPeer {
   std::string CookieResponse() const { return test::RawPeer::Framed(MSG_COOKIE_RESPONSE, cookie_); }
   // The next frame; empty at the end of the stream.
   std::string ReceiveFrame() const {
-    const std::string header = Receive(PluginMessageSocket::kHeaderSize);
+    std::string header = Receive(PluginMessageSocket::kHeaderSize);
     if (header.size() != PluginMessageSocket::kHeaderSize) return header;
     uint32_t length = 0;
     memcpy(&length, header.data() + sizeof(uint16_t), sizeof(length));
@@ -202,7 +202,7 @@ class StandinEngineTest : public test::LoopTest {
   std::string Next(Plugin& plugin) {
     auto& texts = plugin.watcher.texts;
     if (!PumpUntil([&] { return !texts.empty(); })) return "nothing came";
-    const std::string text = texts.front();
+    std::string text = texts.front();
     texts.erase(texts.begin());
     return text;
   }
@@ -488,12 +488,13 @@ TEST_F(StandinEngineTest, WhatThePluginWouldActOnComesBackInQuotesWhateverBrings
   const std::string proxy_id = AskParsed(*plugin, R"(["ask-proxy","qw"])")[1].asString();
   const std::string tag = AskParsed(*plugin, R"(["ask-permission",0])")[3].asString();
   Ask(*plugin, R"(["remoting-begin","getproxyforurl"])");
-  for (const std::string& answer :
-       {R"(["httpresponse",)" + id + R"(,{"qw":1},"[\"httprequest\"]",["getproxyforurl"]])",
-        R"(["proxyforurl",)" + proxy_id + R"(,"httprequest"])",
-        R"(["mpbp-request-permission-result",0,")" + tag + "\"," + tag + R"(,["httprequest"]])",
-        std::string(R"(["mpbp-terminate-remoting-event","","getproxyforurl"])"),
-        std::string(R"(["httpresponse",1,"httprequest"])")}) {
+  const std::string answers[] = {
+      R"(["httpresponse",)" + id + R"(,{"qw":1},"[\"httprequest\"]",["getproxyforurl"]])",
+      R"(["proxyforurl",)" + proxy_id + R"(,"httprequest"])",
+      R"(["mpbp-request-permission-result",0,")" + tag + "\"," + tag + R"(,["httprequest"]])",
+      R"(["mpbp-terminate-remoting-event","","getproxyforurl"])",
+      R"(["httpresponse",1,"httprequest"])"};
+  for (const std::string& answer : answers) {
     const std::string told = Ask(*plugin, answer);
     EXPECT_FALSE(IsTakenByThePlugin(told)) << told;
     EXPECT_THAT(ParseMessage(told).value_or(Json::nullValue)[0].asString(),
