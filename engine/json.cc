@@ -5,6 +5,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "jsonescapes.h"
 #include "jsontext.h"
 
 namespace mpbp::engine {

@@ -6,7 +6,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace mpbp {
 
@@ -26,11 +25,6 @@ const Json::Value& MemberOf(const Json::Value& object, const char* name);
 
 // Nothing when the value has another type.
 std::optional<std::string> AsString(const Json::Value& value);
-
-// The text with its escapes resolved, wherever they stand: "\u002d" is a hyphen, and a backslash
-// before any other character, also one that JSON knows no escape for, is dropped. An escape above
-// "\u007f" only loses its backslash. For finding words in texts that some reader may take for JSON.
-std::string WithoutJsonEscapes(std::string_view text);
 
 }  // namespace mpbp
 

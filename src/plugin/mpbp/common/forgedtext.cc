@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "jsontext.h"
+#include "jsonescapes.h"
 
 namespace mpbp {
 namespace {
