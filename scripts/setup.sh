@@ -8,6 +8,7 @@ test_packages=(python3 openssl procps)
 check_packages=(clang-14 clang-format-14 clang-tidy-14 binutils git)
 browser_packages=(qtwebengine5-dev libqt5webenginewidgets5 xvfb xauth libgl1-mesa-dri
                   fonts-dejavu-core python3)
+fuzz_packages=(clang libclang-rt-dev)
 
 # install PACKAGE...: those that are not there yet, as root or with sudo.
 install() {
