@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,15 +21,16 @@ using mpbp::host::Host;
 using mpbp::host::Page;
 
 struct Tally {
-  size_t ready = 0;  // pages that are ready now
-  size_t dead = 0;   // "f-dead" texts since all were ready
+  std::set<size_t> ready;  // the pages that are
+  bool died = false;       // one of them was told so since all were ready
   Clock::time_point first_dead;
 
-  void Note(const std::string& text) {
-    if (text == "[\"f-ready\"]") ++ready;
+  void Note(size_t page, const std::string& text) {
+    if (text == "[\"f-ready\"]") ready.insert(page);
     if (text != "[\"f-dead\"]") return;
-    if (dead++ == 0) first_dead = Clock::now();
-    --ready;
+    ready.erase(page);
+    if (!died) first_dead = Clock::now();
+    died = true;
   }
 };
 
@@ -65,15 +67,18 @@ int main(int argc, char** argv) {
   const Clock::time_point start = Clock::now();
   for (size_t i = 0; i < count; ++i) {
     pages.push_back(host.CreatePage("https://www.murmel.example/"));
-    pages.back()->SetOnMessage([&tally](const std::string& text) { tally.Note(text); });
+    pages.back()->SetOnMessage([&tally, i](const std::string& text) { tally.Note(i, text); });
   }
   bool told = false;
   while (!InputEnded()) {
-    host.RunUntil([&] { return tally.ready == count && (!told || tally.dead > 0); }, 100);
-    if (tally.ready != count) continue;
-    if (!told) Say("ready", start);
-    if (tally.dead > 0) Say("again", tally.first_dead);
-    tally.dead = 0;
+    const auto all_ready = [&] { return tally.ready.size() == count; };
+    if (!host.RunUntil([&] { return all_ready() && (!told || tally.died); }, 100)) continue;
+    if (told) {
+      Say("again", tally.first_dead);
+    } else {
+      Say("ready", start);
+    }
+    tally.died = false;
     told = true;
   }
   pages.clear();
