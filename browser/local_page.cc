@@ -47,7 +47,7 @@ bool MakeDataUrl(const QDir& folder, const QString& reference, QString* url, QSt
 bool ReplaceReferences(const QDir& folder, QString* html, QString* error) {
   static const QRegularExpression kPattern(kReference, QRegularExpression::CaseInsensitiveOption);
   QString result;
-  int copied = 0;
+  qsizetype copied = 0;
   for (auto matches = kPattern.globalMatch(*html); matches.hasNext();) {
     const QRegularExpressionMatch match = matches.next();
     QString url;

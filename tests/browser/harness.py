@@ -14,6 +14,7 @@ import unittest
 from server import HERE, Server
 
 BUILD = pathlib.Path(os.environ.get("MPBP_BUILD_DIR", HERE.parent.parent / "build"))
+PROGRAM = os.environ.get("MPBP_BROWSER", BUILD / "mpbp-browser")
 MODULE = str(BUILD / "libmpbppapiplugin.so")
 # Whether the module runs in the page's process, not in one of its own.
 IN_PROCESS = os.environ.get("MPBP_IN_PROCESS") == "1"
@@ -56,7 +57,7 @@ class Profile:
 
 
 class Browser:
-    """A running mpbp-browser. Its console lines are read in the background."""
+    """A running mpbp-browser, of whichever Qt. Its console lines are read in the background."""
 
     def __init__(self, profile, arguments):
         self.record = profile.path / "processes"
@@ -64,7 +65,7 @@ class Browser:
         environment = dict(os.environ, MPBP_PROCESS_RECORD=str(self.record), HOME=str(profile.path))
         environment["QTWEBENGINE_CHROMIUM_FLAGS"] = (
             f"--ppapi-plugin-launcher={wrapper} --renderer-cmd-prefix={wrapper}")
-        command = [BUILD / "mpbp-browser", "--headless", "--profile", profile.path, "--module", MODULE]
+        command = [PROGRAM, "--headless", "--profile", profile.path, "--module", MODULE]
         command += ["--in-process"] * IN_PROCESS + list(arguments)
         self.process = subprocess.Popen(
             command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,

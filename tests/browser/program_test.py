@@ -2,12 +2,12 @@
 import struct
 import subprocess
 
-from harness import BUILD, MODULE, BrowserTestCase
+from harness import MODULE, PROGRAM, BrowserTestCase
 
 
 class ProgramTest(BrowserTestCase):
     def run_program(self, *words):
-        return subprocess.run([BUILD / "mpbp-browser", *words], capture_output=True, text=True,
+        return subprocess.run([PROGRAM, *words], capture_output=True, text=True,
                               timeout=40, check=False)
 
     def write_page(self, name, text):
