@@ -15,7 +15,7 @@ namespace {
 int OpenFlags(std::string_view mode) {
   if (mode.size() == 2 && mode[1] == 'b') mode.remove_suffix(1);
   if (mode == "r") return O_RDONLY;
-  if (mode == "w") return O_WRONLY | O_CREAT | O_TRUNC;
+  if (mode == "w") return O_WRONLY | O_CREAT | O_TRUNC | O_APPEND;
   if (mode == "a") return O_WRONLY | O_CREAT | O_APPEND;
   return -1;
 }
