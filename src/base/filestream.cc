@@ -30,7 +30,7 @@ bool IsSafeToUse(const struct stat& status, int flags) {
 int OpenDescriptor(const std::string& path, int flags) {
   const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
   if (fd < 0) return -1;
-  struct stat status {};
+  struct stat status = {};
   int error = 0;
   if (fstat(fd, &status) != 0) {
     error = errno;
@@ -116,7 +116,7 @@ bool FileStream::Flush() {
 }
 
 bool FileStream::GetSize(size_t* size) {
-  struct stat status {};
+  struct stat status = {};
   if (!Flush() || fstat(fileno(file_.get()), &status) != 0) return false;
   *size = static_cast<size_t>(status.st_size);
   return true;

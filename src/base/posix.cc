@@ -69,7 +69,7 @@ void CloseInherited(void* context, int fd) {
 // The engine must be killable with SIGTERM whatever the browser's thread blocks or ignores.
 // Handlers go first, so that none of the host's runs here.
 void ResetSignals() {
-  struct sigaction standard {};
+  struct sigaction standard = {};
   standard.sa_handler = SIG_DFL;
   // Fails for SIGKILL, SIGSTOP and the C library's own signals, which need no reset.
   for (int signal = 1; signal < NSIG; ++signal) sigaction(signal, &standard, nullptr);
