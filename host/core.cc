@@ -15,7 +15,11 @@ Core* AnyThreadCore() { return current_core; }
 
 Core* MainThreadCore(const char* function) {
   Core* core = current_core;
-  if (core == nullptr || core->loop.IsMainThread()) return core;
+  if (core == nullptr) return nullptr;
+  if (core->loop.IsMainThread()) {
+    core->OnCall(function);
+    return core;
+  }
   core->misuse.Add(std::string(function) + ": called off the main thread");
   return nullptr;
 }
@@ -27,7 +31,16 @@ std::shared_ptr<Page> Core::FindPage(PP_Instance instance, const char* where) {
   return nullptr;
 }
 
+void Core::OnCall(const char* function) {
+  // A copy: it may set another.
+  if (const auto on_call = options.on_call) on_call(function);
+}
+
 void Core::PostCallback(PP_CompletionCallback callback, int32_t result, int32_t delay_ms) {
+  if (options.complete_inside && delay_ms == 0 && loop.IsMainThread()) {
+    callback.func(callback.user_data, result);
+    return;
+  }
   loop.Post(delay_ms, [callback, result] { callback.func(callback.user_data, result); });
 }
 

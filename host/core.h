@@ -50,6 +50,9 @@ struct Core {
   }
   // Null, with the misuse recorded, when there is no such instance.
   std::shared_ptr<Page> FindPage(PP_Instance instance, const char* where);
+  // Runs HostOptions::on_call. Main thread.
+  void OnCall(const char* function);
+  // Runs the callback after `delay_ms`, or at once where the options say so.
   void PostCallback(PP_CompletionCallback callback, int32_t result, int32_t delay_ms = 0);
 };
 

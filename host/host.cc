@@ -110,6 +110,11 @@ std::shared_ptr<Page> Host::CreatePage(const std::string& url, const Page::Attri
   return page;
 }
 
+void Host::DestroyInstances() {
+  const auto instances = core_->instances;
+  for (const auto& [instance, page] : instances) page->DestroyInstance();
+}
+
 const std::set<std::string>& Host::asked_interfaces() const { return core_->asked; }
 
 const std::vector<ParlService::Request>& Host::permission_requests() const {

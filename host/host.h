@@ -56,6 +56,9 @@ class Host {
   // keeps the page for as long as it has an instance.
   std::shared_ptr<Page> CreatePage(const std::string& url, const Page::Attributes& attributes = {});
 
+  // Destroys every page's instance, as if each page had removed its element. From anywhere.
+  void DestroyInstances();
+
   // What loop() does, for brevity.
   bool RunOnce(int max_wait_ms = 0) { return loop().RunOnce(max_wait_ms); }
   void RunFor(int ms) { loop().RunFor(ms); }

@@ -2,6 +2,8 @@
 #define MPBP_HOST_OPTIONS_H_
 
 #include <cstdint>
+#include <functional>
+#include <limits>
 #include <set>
 #include <string>
 #include <vector>
@@ -36,6 +38,14 @@ struct HostOptions {
   int64_t http_timeout_ms = 0;  // for a whole request; 0: none
   // Open and ReadResponseBody wait for the network and return their result, the callback unused.
   bool complete_reads_at_once = false;
+  // Open, ReadResponseBody, the private service and CallOnMainThread without a delay run their
+  // callback inside the call, and then say that it is pending.
+  bool complete_inside = false;
+  // CallOnMainThread waits no longer than this: timers run faster.
+  int32_t longest_delay_ms = std::numeric_limits<int32_t>::max();
+  // Runs inside every call of this browser's tables, before anything is done, with its name. It may
+  // do what script or a nested loop could.
+  std::function<void(const char* name)> on_call;
   // What is still posted when the module is unloaded never runs; otherwise it runs late.
   bool drop_pending = false;
   // An instance's objects go with it, even those that script or the module still refers to.

@@ -45,6 +45,7 @@ void Page::Create(const Attributes& attributes) {
   state_ = State::kCreating;
   const bool usable = plugin->DidCreate(instance_, static_cast<uint32_t>(names.size()),
                                         names.data(), values.data()) != PP_FALSE;
+  if (state_ != State::kCreating) return;  // it was destroyed from inside
   if (usable) {
     state_ = State::kLive;
   } else {
@@ -53,7 +54,7 @@ void Page::Create(const Attributes& attributes) {
 }
 
 void Page::DestroyInstance() {
-  if (state_ == State::kLive) EndInstance();
+  if (state_ == State::kLive || state_ == State::kCreating) EndInstance();
 }
 
 void Page::EndInstance() {
@@ -82,7 +83,8 @@ ObjectRef Page::Element() {
   const PP_Var var = plugin->GetInstanceObject(instance_);
   const Value value = core_.vars.ToValue(var, "GetInstanceObject");
   core_.vars.Release(var);
-  if (const auto* ref = std::get_if<ObjectRef>(&value)) element_ = *ref;
+  const auto* ref = std::get_if<ObjectRef>(&value);
+  if (ref != nullptr && state_ == State::kLive) element_ = *ref;
   return element_;
 }
 

@@ -59,7 +59,8 @@ class Page : public std::enable_shared_from_this<Page> {
   ObjectRef Element();
 
   // The page removes the element: DidDestroy, then the end of the element's object, both before
-  // this returns and whatever call is on the stack. Harmless when there is no instance.
+  // this returns and whatever call is on the stack, DidCreate too. Harmless when there is no
+  // instance.
   void DestroyInstance();
 
   // ---- What the browser sends the instance. ----

@@ -11,6 +11,10 @@ int32_t ParlService::Complete(PP_Instance instance, PP_CompletionCallback callba
     core_.misuse.Add("private service: no completion callback");
     return PP_ERROR_BADARGUMENT;
   }
+  if (core_.options.complete_inside) {
+    callback.func(callback.user_data, result);
+    return PP_OK_COMPLETIONPENDING;
+  }
   core_.loop.Post(core_.options.parl.delay_ms, [this, instance, callback, result] {
     const bool alive = core_.instances.contains(instance);
     callback.func(callback.user_data, alive ? result : PP_ERROR_ABORTED);

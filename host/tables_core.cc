@@ -1,4 +1,5 @@
 // PPB_Core, PPB_Memory(Dev), PPB_Instance_Private, and the tables nobody calls.
+#include <algorithm>
 #include <array>
 #include <chrono>
 
@@ -17,7 +18,8 @@ void CallOnMainThread(int32_t delay_ms, PP_CompletionCallback callback, int32_t 
     core->misuse.Add("CallOnMainThread: no function");
     return;
   }
-  core->PostCallback(callback, result, delay_ms);
+  if (core->loop.IsMainThread()) core->OnCall("CallOnMainThread");
+  core->PostCallback(callback, result, std::min(delay_ms, core->options.longest_delay_ms));
 }
 
 constexpr PPB_Core_1_0 kCore = {

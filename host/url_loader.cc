@@ -22,7 +22,7 @@ bool UrlLoader::MayReach(const std::string& url) const {
 }
 
 bool UrlLoader::AtOnce(PP_CompletionCallback callback) const {
-  return core_.options.complete_reads_at_once ||
+  return core_.options.complete_reads_at_once || core_.options.complete_inside ||
          (callback.flags & PP_COMPLETIONCALLBACK_FLAG_OPTIONAL) != 0;
 }
 
@@ -48,10 +48,18 @@ int32_t UrlLoader::Open(const UrlRequestInfo& info, PP_CompletionCallback callba
   if (!transfer_) return PP_ERROR_FAILED;
   state_ = State::kOpening;
   pending_ = Pending{callback, nullptr, 0};
-  if (!core_.options.complete_reads_at_once) return PP_OK_COMPLETIONPENDING;
+  if (!core_.options.complete_reads_at_once && !core_.options.complete_inside) {
+    return PP_OK_COMPLETIONPENDING;
+  }
   core_.http.BlockUntil([this] { return transfer_->headers_ready() || transfer_->finished(); });
   pending_.reset();
-  return OpenResult().value_or(PP_ERROR_FAILED);
+  return Complete(callback, OpenResult().value_or(PP_ERROR_FAILED));
+}
+
+int32_t UrlLoader::Complete(PP_CompletionCallback callback, int32_t result) const {
+  if (!core_.options.complete_inside) return result;
+  callback.func(callback.user_data, result);
+  return PP_OK_COMPLETIONPENDING;
 }
 
 std::optional<int32_t> UrlLoader::OpenResult() {
@@ -72,10 +80,10 @@ int32_t UrlLoader::Read(char* buffer, int32_t size, PP_CompletionCallback callba
   if (pending_) return PP_ERROR_INPROGRESS;
   if (callback.func == nullptr || buffer == nullptr || size <= 0) return PP_ERROR_BADARGUMENT;
   if (AtOnce(callback)) {
-    if (core_.options.complete_reads_at_once) {
+    if (core_.options.complete_reads_at_once || core_.options.complete_inside) {
       core_.http.BlockUntil([this] { return transfer_->buffered() > 0 || transfer_->finished(); });
     }
-    if (const auto result = ReadResult(buffer, size)) return *result;
+    if (const auto result = ReadResult(buffer, size)) return Complete(callback, *result);
   }
   pending_ = Pending{callback, buffer, size};
   PostProgress();

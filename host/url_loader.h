@@ -70,6 +70,8 @@ class UrlLoader final : public Resource, public std::enable_shared_from_this<Url
   std::optional<int32_t> PendingResult();
   bool AtOnce(PP_CompletionCallback callback) const;
   void PostProgress();
+  // Hands out a result that is there at once.
+  int32_t Complete(PP_CompletionCallback callback, int32_t result) const;
 
   Core& core_;
   const PP_Instance instance_;

@@ -11,6 +11,7 @@
 
 #include "base/criticalsection.h"
 #include "base/logging.h"
+#include "base/staticobject.h"
 #include "base/stringutils.h"
 
 namespace mpbp {
@@ -25,8 +26,8 @@ struct Names {
 };
 
 Names& TheNames() {
-  static Names names;
-  return names;
+  static StaticObject<Names> names;
+  return *names;
 }
 
 // Lower-case, without blanks.

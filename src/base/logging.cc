@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/criticalsection.h"
+#include "base/staticobject.h"
 #include "base/timeutils.h"
 
 namespace mpbp {
@@ -23,8 +24,8 @@ struct Output {
   int threshold;
 };
 
-// The outputs and their lock. Statements that come after its destruction (at exit, or when the
-// module is unloaded) are stopped at the gate.
+// The outputs and their lock. Statements that come after its end, when the module is unloaded, are
+// stopped at the gate.
 class LogState {
  public:
   explicit LogState(std::atomic<int>& gate) : gate_(gate) {}
@@ -48,8 +49,8 @@ class LogState {
 };
 
 LogState& State(std::atomic<int>& gate) {
-  static LogState state(gate);
-  return state;
+  static StaticObject<LogState> state(gate);
+  return *state;
 }
 
 uint32_t LogStartTime() {

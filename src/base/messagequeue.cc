@@ -4,6 +4,7 @@
 
 #include "base/logging.h"
 #include "base/physicalsocketserver.h"
+#include "base/staticobject.h"
 #include "base/timeutils.h"
 
 namespace mpbp {
@@ -16,8 +17,8 @@ constexpr int32_t kMaxDeliveryDelayMs = 150;  // of a time-sensitive message
 class QueueRegistry {
  public:
   static QueueRegistry& Instance() {
-    static QueueRegistry registry;
-    return registry;
+    static StaticObject<QueueRegistry> registry;
+    return *registry;
   }
   void Add(MessageQueue* queue) {
     CritScope scope(lock_);

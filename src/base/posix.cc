@@ -11,13 +11,19 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "base/logging.h"
 
-// Everything from here to RunAsDaemon that runs in a child is async-signal-safe: the host has many
-// threads, and whichever of them held a lock when the process forked holds it for ever in the
-// child.
+// What runs in a child, from here to RunAsDaemon, allocates nothing and takes no lock: the host has
+// many threads, and whichever of them held a lock when the process forked holds it for ever in the
+// child. It calls the kernel itself, not through the C library, whose functions a host may replace
+// for the whole process: one browser's close() ends the process for a descriptor that an object of
+// the browser owns, and the child closes them all.
 
 namespace mpbp {
 namespace {
@@ -63,38 +69,97 @@ struct CloseContext {
 
 void CloseInherited(void* context, int fd) {
   auto* state = static_cast<CloseContext*>(context);
-  if (fd >= kFirstClosed && fd != state->kept_fd && close(fd) != 0) state->failed = true;
+  if (fd < kFirstClosed || fd == state->kept_fd) return;
+  if (syscall(SYS_close, fd) != 0) state->failed = true;
 }
+
+[[noreturn]] void Exit(int status) {
+  for (;;) syscall(SYS_exit_group, status);
+}
+
+// The kernel's struct sigaction (Linux, rt_sigaction(2)), all zero: the standard action.
+struct KernelSigaction {
+  void* handler;
+  unsigned long flags;
+  void* restorer;
+  uint64_t mask;
+};
 
 // The engine must be killable with SIGTERM whatever the browser's thread blocks or ignores.
 // Handlers go first, so that none of the host's runs here.
 void ResetSignals() {
-  struct sigaction standard = {};
-  standard.sa_handler = SIG_DFL;
-  // Fails for SIGKILL, SIGSTOP and the C library's own signals, which need no reset.
-  for (int signal = 1; signal < NSIG; ++signal) sigaction(signal, &standard, nullptr);
-  sigset_t none;
-  sigemptyset(&none);
-  pthread_sigmask(SIG_SETMASK, &none, nullptr);  // cannot fail with these arguments
+  const KernelSigaction standard{};
+  // Fails for SIGKILL and SIGSTOP, which need no reset.
+  for (int signal = 1; signal < NSIG; ++signal) {
+    syscall(SYS_rt_sigaction, signal, &standard, nullptr, sizeof(standard.mask));
+  }
+  const uint64_t none = 0;
+  syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, sizeof(none));  // cannot fail
 }
 
-[[noreturn]] void RunIntermediateChild(const char* file, char* const argv[], int status_fd) {
+// What execvp would do, in two halves: the search is prepared before the fork, since it allocates.
+class Program {
+ public:
+  Program(const char* file, char* const argv[]) : argv_(argv) {
+    const std::string_view name(file);
+    if (name.find('/') == std::string_view::npos) {
+      AddPaths(name);
+    } else {
+      paths_.emplace_back(name);
+    }
+    for (char* const* word = argv; *word && *++word;) shell_words_.push_back(*word);
+    shell_words_.push_back(nullptr);
+  }
+
+  // Replaces this process, or returns. In a child.
+  void Execute() {
+    for (std::string& path : paths_) {
+      syscall(SYS_execve, path.c_str(), argv_, environ);
+      if (errno != ENOEXEC) continue;
+      // A script without "#!" is the shell's.
+      shell_words_[1] = path.data();
+      syscall(SYS_execve, shell_words_[0], shell_words_.data(), environ);
+    }
+  }
+
+ private:
+  void AddPaths(std::string_view name) {
+    if (name.empty()) return;
+    const char* const variable = getenv("PATH");
+    std::string_view folders = variable ? variable : "/bin:/usr/bin";
+    for (;;) {
+      const size_t end = folders.find(':');
+      std::string path(folders.substr(0, end));
+      if (!path.empty()) path += '/';  // an empty entry is the current folder
+      paths_.push_back(path.append(name));
+      if (end == std::string_view::npos) return;
+      folders.remove_prefix(end + 1);
+    }
+  }
+
+  char* const* const argv_;
+  std::vector<std::string> paths_;
+  char shell_[8] = "/bin/sh";
+  std::vector<char*> shell_words_{shell_, nullptr};
+};
+
+[[noreturn]] void RunIntermediateChild(Program& program, int status_fd) {
   int status = 0;
-  if (chdir("/") != 0) status |= kChdirFailed;
+  if (syscall(SYS_chdir, "/") != 0) status |= kChdirFailed;
   CloseContext context{status_fd, false};
   if (fdwalk(CloseInherited, &context) != 0) status |= kWalkFailed;
   if (context.failed) status |= kCloseFailed;
-  const pid_t grandchild = _Fork();  // fork() runs handlers of the host
+  const long grandchild = syscall(SYS_fork);
   if (grandchild == 0) {
     ResetSignals();
-    execvp(file, argv);
-    _exit(255);
+    program.Execute();
+    Exit(255);
   }
   if (grandchild < 0) status |= kForkFailed;
   const char byte = static_cast<char>(status);
   // Where it fails, the exit code still says it.
-  static_cast<void>(!write(status_fd, &byte, 1));
-  _exit(status);
+  syscall(SYS_write, status_fd, &byte, 1);
+  Exit(status);
 }
 
 // A pipe on which the child's status comes even if the host reaps the child. Both ends are -1 when
@@ -154,6 +219,7 @@ bool ReportChildStatus(int status) {
 }  // namespace
 
 bool RunAsDaemon(const char* file, char* const argv[]) {
+  Program program(file, argv);
   StatusPipe pipe;
   // No handler of the host may run in the children; the grandchild unblocks everything again.
   sigset_t all;
@@ -163,8 +229,8 @@ bool RunAsDaemon(const char* file, char* const argv[]) {
   const pid_t child = fork();
   if (child == 0) {
     // Frees a descriptor for the walk, should the host be at its limit.
-    if (pipe.fds[0] >= 0) close(pipe.fds[0]);
-    RunIntermediateChild(file, argv, pipe.fds[1]);
+    if (pipe.fds[0] >= 0) syscall(SYS_close, pipe.fds[0]);
+    RunIntermediateChild(program, pipe.fds[1]);
   }
   const int error = errno;
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
@@ -178,7 +244,8 @@ bool RunAsDaemon(const char* file, char* const argv[]) {
 }
 
 int fdwalk(void (*callback)(void* context, int fd), void* context) {
-  const int dir = open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const auto dir = static_cast<int>(
+      syscall(SYS_openat, AT_FDCWD, "/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (dir < 0) return -1;
   alignas(DirectoryEntry) char buffer[4096];
   bool malformed = false;
@@ -198,7 +265,7 @@ int fdwalk(void (*callback)(void* context, int fd), void* context) {
     }
   }
   const int error = size < 0 ? errno : 0;
-  if (close(dir) != 0 && error == 0) return -1;
+  if (syscall(SYS_close, dir) != 0 && error == 0) return -1;
   if (error != 0 || malformed) {
     errno = error != 0 ? error : EBADF;
     return -1;

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "base/logging.h"
+#include "base/staticobject.h"
 #include "base/timeutils.h"
 
 namespace mpbp {
@@ -44,8 +45,8 @@ class Thread::Completion {
 };
 
 ThreadManager& ThreadManager::Instance() {
-  static ThreadManager manager;
-  return manager;
+  static StaticObject<ThreadManager> manager;
+  return *manager;
 }
 
 ThreadManager::ThreadManager() {

@@ -13,6 +13,8 @@
 namespace mpbp {
 
 class Thread;
+template <typename T>
+class StaticObject;
 
 enum ThreadPriority : int32_t {
   PRIORITY_IDLE = -1,  // not supported: runs as normal, with a warning
@@ -113,6 +115,8 @@ class ThreadManager {
   void UnwrapCurrentThread();
 
  private:
+  friend class StaticObject<ThreadManager>;
+
   ThreadManager();
   ~ThreadManager();
 

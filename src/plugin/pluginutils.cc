@@ -7,6 +7,7 @@
 #include "base/filesystem.h"
 #include "base/logging.h"
 #include "base/posix.h"
+#include "base/staticobject.h"
 #include "base/systeminfo.h"
 #include "engineprocesses.h"
 #include "logutility.h"
@@ -26,8 +27,8 @@ struct LogStoreHolder {
 };
 
 LogStoreHolder& LogStore() {
-  static LogStoreHolder holder;
-  return holder;
+  static StaticObject<LogStoreHolder> holder;
+  return *holder;
 }
 
 std::shared_ptr<MemoryLog> GetOrCreateLogStore() {

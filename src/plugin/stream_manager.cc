@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <new>
+#include <optional>
+#include <utility>
 
 #include "base/logging.h"
 #include "plugin/httpheaders.h"
@@ -16,32 +19,52 @@ constexpr char kDefaultVersion[] = "HTTP/1.1";
 
 }  // namespace
 
-// One request in flight.
-class StreamManager::Stream {
+// One request in flight. Each of its callbacks holds it, and asks after every call of the browser
+// whether it has been ended meanwhile.
+class StreamManager::Stream : public std::enable_shared_from_this<Stream> {
  public:
-  Stream(StreamManager* manager, PP_Instance instance)
-      : manager_(manager),
-        loader_(instance),
-        read_callback_(callbacks_.Repeating([this](int32_t result) { OnReadComplete(result); })) {}
+  Stream(std::weak_ptr<StreamManager> manager, PP_Instance instance)
+      : manager_(std::move(manager)), loader_(instance) {}
 
   // False, with `response` left to the caller, when the request cannot be started.
   bool Start(const HttpRequest& request, std::unique_ptr<HttpResponse>& response);
+  // Nothing of it follows.
+  void End();
 
  private:
+  CallbackFactory::Function Bind(void (Stream::*method)(int32_t result));
   void OnOpenComplete(int32_t result);
+  void ReadBody();
   int32_t ReadMore();
   void OnReadComplete(int32_t result);
+  bool TakeBytes(int32_t result);
   void DescribeResponse();
+  void Fail();
   void Finish();
 
-  StreamManager* const manager_;
-  std::unique_ptr<HttpResponse> response_;
-  std::array<char, kReadSize> buffer_;  // outlives the loader that writes into it
+  const std::weak_ptr<StreamManager> manager_;
+  std::unique_ptr<HttpResponse> response_;  // null once the request has ended
+  std::array<char, kReadSize> buffer_;      // outlives the loader that writes into it
   UrlLoader loader_;
   UrlResponseInfo info_;
   CallbackFactory callbacks_;
-  const PP_CompletionCallback read_callback_;
+  PP_CompletionCallback read_callback_{};
+  bool reading_ = false;                // a read has not completed
+  bool in_read_ = false;                // ReadResponseBody is on the stack
+  std::optional<int32_t> read_result_;  // of the read that completed inside that call
 };
+
+CallbackFactory::Function StreamManager::Stream::Bind(void (Stream::*method)(int32_t result)) {
+  return [weak = weak_from_this(), method](int32_t result) {
+    const std::shared_ptr<Stream> self = weak.lock();
+    if (!self) return;
+    try {
+      (*self.*method)(result);
+    } catch (const std::bad_alloc&) {
+      self->Fail();
+    }
+  };
+}
 
 bool StreamManager::Stream::Start(const HttpRequest& request,
                                   std::unique_ptr<HttpResponse>& response) {
@@ -56,55 +79,91 @@ bool StreamManager::Stream::Start(const HttpRequest& request,
   url_request.method = request.verb;
   url_request.headers = request.headers;
   url_request.body = request.body;
-  const PP_CompletionCallback opened =
-      callbacks_.Once([this](int32_t result) { OnOpenComplete(result); });
-  const int32_t result = loader_.Open(url_request, opened);
-  if (result < 0 && result != PP_OK_COMPLETIONPENDING) {
-    LOG(LS_ERROR) << "The browser cannot open " << url_request.url << ", error " << result;
-    return false;
-  }
-  // Opened at once: what follows still comes later, outside the caller's call.
-  if (result >= 0 && !CallOnMainThread(0, opened, result)) return false;
+  read_callback_ = callbacks_.Repeating(Bind(&Stream::OnReadComplete));
+  const PP_CompletionCallback opened = callbacks_.Once(Bind(&Stream::OnOpenComplete));
+  // The callback may come inside the call: everything is in place before it.
   response_ = std::move(response);
-  return true;
+  const int32_t result = loader_.Open(url_request, opened);
+  if (result == PP_OK_COMPLETIONPENDING || !response_) return true;
+  if (result >= 0 && CallOnMainThread(0, opened, result)) return true;
+  // A callback that has run is the answer, whatever was returned.
+  if (!callbacks_.Cancel(opened)) return true;
+  LOG(LS_ERROR) << "The browser cannot open " << url_request.url << ", error " << result;
+  response = std::move(response_);
+  return false;
+}
+
+void StreamManager::Stream::End() {
+  response_.reset();
+  callbacks_.CancelAll();
+  loader_.Close();
 }
 
 void StreamManager::Stream::OnOpenComplete(int32_t result) {
   LOG(LS_VERBOSE) << "OnOpenComplete";
   if (result != PP_OK) {
     LOG(LS_ERROR) << "OnOpenComplete got error " << result;
-    response_->error = HTTP_FAILED;
-    Finish();
+    Fail();
     return;
   }
   info_ = loader_.ResponseInfo();
-  const int32_t read = ReadMore();
-  if (read != PP_OK_COMPLETIONPENDING) OnReadComplete(read);
+  ReadBody();
+}
+
+// A loop: a browser that completes each read at once, by its result or by running the callback
+// inside the call, must not make the stack grow.
+void StreamManager::Stream::ReadBody() {
+  while (response_) {
+    const int32_t result = ReadMore();
+    if (result == PP_OK_COMPLETIONPENDING) return;
+    reading_ = false;
+    LOG(LS_VERBOSE) << "OnReadComplete";
+    if (!TakeBytes(result)) return;
+  }
 }
 
 int32_t StreamManager::Stream::ReadMore() {
   LOG(LS_VERBOSE) << "ReadMore";
-  return loader_.Read(buffer_, read_callback_);
+  read_result_.reset();
+  reading_ = true;
+  in_read_ = true;
+  const int32_t result = loader_.Read(buffer_, read_callback_);
+  in_read_ = false;
+  return read_result_.value_or(result);
 }
 
 void StreamManager::Stream::OnReadComplete(int32_t result) {
-  // A loop: a browser that completes each read at once must not make the stack grow.
-  for (;;) {
-    LOG(LS_VERBOSE) << "OnReadComplete";
-    if (result <= 0) break;
+  if (!reading_ || read_result_) return;  // nobody waits for it
+  if (in_read_) {
+    read_result_ = result;
+    return;
+  }
+  reading_ = false;
+  LOG(LS_VERBOSE) << "OnReadComplete";
+  if (TakeBytes(result)) ReadBody();
+}
+
+// True when there may be more.
+bool StreamManager::Stream::TakeBytes(int32_t result) {
+  if (!response_) return false;
+  if (result > 0) {
     const size_t count = std::min(static_cast<size_t>(result), buffer_.size());
     response_->body.WriteBytes({buffer_.data(), count});
-    result = ReadMore();
-    if (result == PP_OK_COMPLETIONPENDING) return;
+    return true;
   }
   response_->error = result == 0 ? HTTP_OK : HTTP_FAILED;
   DescribeResponse();
   Finish();
+  return false;
 }
 
 void StreamManager::Stream::DescribeResponse() {
-  response_->url = info_.Url();
+  std::optional<std::string> url = info_.Url();
   const std::string block = info_.Headers().value_or("");
+  std::optional<std::string> status_line = info_.StatusLine();
+  const int32_t status_code = info_.StatusCode().value_or(0);
+  if (!response_) return;  // ended while the browser was asked
+  response_->url = std::move(url);
   const HttpHeaders headers = ParseHttpHeaders(block);
   if (const auto found = headers.find("last-modified"); found != headers.end()) {
     response_->lastmodified = ParseHttpDate(found->second);
@@ -115,46 +174,59 @@ void StreamManager::Stream::DescribeResponse() {
   } else {
     LOG(LS_INFO) << "HTTP response missing version info; assuming 1.1.";
   }
-  std::optional<std::string> status_line = info_.StatusLine();
   if (!status_line) {
     char line[256];
-    snprintf(line, sizeof(line), "%s %d %s", version.c_str(), info_.StatusCode().value_or(0), "");
+    snprintf(line, sizeof(line), "%s %d %s", version.c_str(), status_code, "");
     status_line = line;
   }
   response_->headers = *status_line + "\n" + block;
 }
 
-void StreamManager::Stream::Finish() { manager_->Finish(this, std::move(response_)); }
+void StreamManager::Stream::Fail() {
+  if (!response_) return;
+  response_->error = HTTP_FAILED;
+  response_->body = ByteBuffer();
+  Finish();
+}
+
+void StreamManager::Stream::Finish() {
+  const std::shared_ptr<StreamManager> manager = manager_.lock();
+  if (manager && response_) manager->Finish(shared_from_this(), std::move(response_));
+}
 
 StreamManager::StreamManager(PP_Instance instance) : instance_(instance) {}
 
-StreamManager::~StreamManager() = default;
+StreamManager::~StreamManager() { Clear(); }
 
 bool StreamManager::MakeRequest(const HttpRequest& request,
                                 std::unique_ptr<HttpResponse>& response) {
-  auto stream = std::make_unique<Stream>(this, instance_);
-  if (!stream->Start(request, response)) return false;
-  in_flight_.push_back(std::move(stream));
-  return true;
+  const std::shared_ptr<StreamManager> self = shared_from_this();
+  const auto stream = std::make_shared<Stream>(self, instance_);
+  in_flight_.push_back(stream);
+  if (stream->Start(request, response)) return true;
+  std::erase(in_flight_, stream);
+  return false;
 }
 
-void StreamManager::Finish(Stream* stream, std::unique_ptr<HttpResponse> response) {
-  const auto found = std::find_if(in_flight_.begin(), in_flight_.end(),
-                                  [stream](const auto& other) { return other.get() == stream; });
-  if (found == in_flight_.end()) return;
-  const bool first = finished_.empty();
-  finished_.push_back(std::move(*found));
-  in_flight_.erase(found);
-  if (first) {
-    CallOnMainThread(0, callbacks_.Once([this](int32_t) { finished_.clear(); }), 0);
+void StreamManager::Finish(std::shared_ptr<Stream> stream, std::unique_ptr<HttpResponse> response) {
+  std::erase(in_flight_, stream);
+  finished_.push_back(std::move(stream));
+  if (finished_.size() == 1) {
+    const auto forget = [weak = weak_from_this()](int32_t) {
+      const std::shared_ptr<StreamManager> self = weak.lock();
+      // Their loaders call the browser while they go.
+      if (self) std::exchange(self->finished_, {}).clear();
+    };
+    CallOnMainThread(0, callbacks_.Once(forget), 0);
   }
   SignalResponse(response);
 }
 
 void StreamManager::Clear() {
   callbacks_.CancelAll();
-  in_flight_.clear();
-  finished_.clear();
+  const std::vector<std::shared_ptr<Stream>> in_flight = std::exchange(in_flight_, {});
+  const std::vector<std::shared_ptr<Stream>> finished = std::exchange(finished_, {});
+  for (const std::shared_ptr<Stream>& stream : in_flight) stream->End();
 }
 
 }  // namespace mpbp

@@ -12,16 +12,18 @@
 
 namespace mpbp {
 
-// Any number of requests run at the same time. On the browser's main thread.
-class StreamManager {
+// Any number of requests run at the same time. On the browser's main thread. Every call of the
+// browser may end in Clear, and in the last reference of the owner: what is on the stack is held.
+class StreamManager : public std::enable_shared_from_this<StreamManager> {
  public:
   explicit StreamManager(PP_Instance instance);
   StreamManager(const StreamManager&) = delete;
   StreamManager& operator=(const StreamManager&) = delete;
   ~StreamManager();
 
-  // Starts a request. True takes `response` and raises SignalResponse with it, later and never from
-  // inside this call, when the request has ended in whatever way; false leaves it with the caller.
+  // Starts a request. True takes `response` and raises SignalResponse with it when the request has
+  // ended in whatever way: later, or inside this call where the browser completes inside its own.
+  // False leaves it with the caller.
   bool MakeRequest(const HttpRequest& request, std::unique_ptr<HttpResponse>& response);
   // Ends every request; no response of theirs follows.
   void Clear();
@@ -31,11 +33,11 @@ class StreamManager {
  private:
   class Stream;
 
-  void Finish(Stream* stream, std::unique_ptr<HttpResponse> response);
+  void Finish(std::shared_ptr<Stream> stream, std::unique_ptr<HttpResponse> response);
 
   const PP_Instance instance_;
-  std::vector<std::unique_ptr<Stream>> in_flight_;
-  std::vector<std::unique_ptr<Stream>> finished_;  // deleted later: they are on the stack
+  std::vector<std::shared_ptr<Stream>> in_flight_;
+  std::vector<std::shared_ptr<Stream>> finished_;  // deleted later: they are on the stack
   CallbackFactory callbacks_;
 };
 

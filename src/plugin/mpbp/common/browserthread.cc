@@ -4,6 +4,7 @@
 
 #include "base/criticalsection.h"
 #include "base/logging.h"
+#include "base/staticobject.h"
 
 namespace mpbp {
 namespace {
@@ -13,8 +14,8 @@ struct Registry {
   std::map<Thread*, std::shared_ptr<BrowserThread>> threads;
 
   static Registry& Instance() {
-    static Registry registry;
-    return registry;
+    static StaticObject<Registry> registry;
+    return *registry;
   }
 };
 

@@ -51,7 +51,8 @@ class ClientChannelDelegate {
   // A text for the page. Anything may have happened to the channel when it returns.
   virtual void MessageReceived(const std::string& text) = 0;
   // Starts an HTTP request. True takes `response`, which comes back through SendHttpResponse when
-  // it is complete; false leaves it with the caller. Calls nothing of the channel inside.
+  // it is complete, perhaps inside this call; false leaves it with the caller. Anything may have
+  // happened to the channel when it returns.
   virtual bool StartHttpRequest(const HttpRequest& request,
                                 std::unique_ptr<HttpResponse>& response) = 0;
   // Answers the engine's text: true with the complete reply.

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "base/logging.h"
+#include "base/staticobject.h"
 
 namespace mpbp {
 namespace {
@@ -16,8 +17,8 @@ struct Entry {
 };
 
 std::map<uintptr_t, Entry>& Table() {
-  static std::map<uintptr_t, Entry> table;
-  return table;
+  static StaticObject<std::map<uintptr_t, Entry>> table;
+  return *table;
 }
 
 // Begins anywhere, so that numbers given out before the module was unloaded and loaded again do not
@@ -66,9 +67,9 @@ PP_CompletionCallback CallbackFactory::Repeating(Function function) {
   return Add(std::move(function), false);
 }
 
-void CallbackFactory::Cancel(const PP_CompletionCallback& callback) {
+bool CallbackFactory::Cancel(const PP_CompletionCallback& callback) {
   const auto id = reinterpret_cast<uintptr_t>(callback.user_data);
-  if (ids_.erase(id) > 0) Table().erase(id);
+  return ids_.erase(id) > 0 && Table().erase(id) > 0;
 }
 
 void CallbackFactory::CancelAll() {

@@ -31,8 +31,9 @@ class CallbackFactory {
   // Runs as often as the browser calls it, until it is cancelled; running it allocates nothing.
   PP_CompletionCallback Repeating(Function function);
 
-  // Takes a callback back that will not be called, or shall not run. Harmless when it has run.
-  void Cancel(const PP_CompletionCallback& callback);
+  // Takes a callback back that will not be called, or shall not run. False when it has run, or was
+  // taken back before.
+  bool Cancel(const PP_CompletionCallback& callback);
   void CancelAll();
 
  private:

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "base/logging.h"
+#include "base/staticobject.h"
 #include "plugin/mpbp/ppapi/browser.h"
 #include "plugin/mpbp/ppapi/module.h"
 #include "plugin/mpbp/ppapi/plugin.h"
@@ -19,8 +20,21 @@ namespace {
 
 // The module in place; null before PPP_InitializeModule and after PPP_ShutdownModule.
 std::unique_ptr<Module>& TheModule() {
-  static std::unique_ptr<Module> module;
-  return module;
+  static StaticObject<std::unique_ptr<Module>> module;
+  return *module;
+}
+
+bool process_ends = false;
+
+// Runs at the end of the process, and when the module is unloaded. The functions that were given to
+// atexit have run by then in the first case, and not yet in the second (they are called by one of
+// the C library's functions of this kind, which comes last).
+__attribute__((destructor)) void OnUnload() {
+  if (process_ends) return;
+  // Unloaded without PPP_ShutdownModule: the browser's tables may be gone.
+  ResetBrowserInterfaces();
+  TheModule().reset();
+  DestroyStaticObjects();
 }
 
 // Serves PPP_GetInterface while there is no module; null, as nothing sets one.
@@ -96,6 +110,9 @@ constexpr struct {
 };
 
 int32_t InitializeModule(PP_Module id, PPB_GetInterface get_browser_interface) {
+  // Without memory for it the end of the process would look like unloading: better not to load.
+  static const bool watched = atexit([] { process_ends = true; }) == 0;
+  if (!watched) return PP_ERROR_FAILED;
   DelayLoad();
   TheModule().reset();  // a browser that forgot to shut down
   TheModule() = std::make_unique<Module>();

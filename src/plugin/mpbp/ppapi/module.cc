@@ -35,8 +35,15 @@ std::shared_ptr<PluginObject> Module::CreateInstance(PP_Instance instance) {
 
 bool Module::AddInstance(PP_Instance instance) {
   DestroyInstance(instance);
+  // The browser may end the instance from inside any of our calls, that of the constructor too.
+  instances_[instance] = nullptr;
   const std::shared_ptr<PluginObject> object = CreateInstance(instance);
-  instances_[instance] = object;
+  const auto found = instances_.find(instance);
+  if (found == instances_.end()) {
+    object->Destroy();
+    return false;
+  }
+  found->second = object;
   return object->Init();
 }
 
@@ -45,7 +52,7 @@ void Module::DestroyInstance(PP_Instance instance) {
   if (found == instances_.end()) return;
   const std::shared_ptr<PluginObject> object = std::move(found->second);
   instances_.erase(found);
-  object->Destroy();
+  if (object) object->Destroy();
 }
 
 std::shared_ptr<PluginObject> Module::FindInstance(PP_Instance instance) const {

@@ -17,9 +17,9 @@ constexpr int32_t kPumpIntervalMs = 100;
 
 PluginObject::PluginObject(PP_Instance instance)
     : instance_(instance),
-      stream_manager_(instance),
-      remoting_handler_(std::make_unique<RemotingHandler>(instance)) {
-  stream_manager_.SignalResponse.Connect(this, &PluginObject::OnHttpResponse);
+      stream_manager_(std::make_shared<StreamManager>(instance)),
+      remoting_handler_(std::make_shared<RemotingHandler>(instance)) {
+  stream_manager_->SignalResponse.Connect(this, &PluginObject::OnHttpResponse);
   remoting_handler_->SignalOutgoing.Connect(this, &PluginObject::SendToEngine);
   LOG(LS_VERBOSE) << "PluginObject";
 }
@@ -29,13 +29,15 @@ PluginObject::~PluginObject() { Destroy(); }
 bool PluginObject::Init() {
   LOG(LS_VERBOSE) << "Init";
   SetRequireSecureStandardHosts(true);
-  channel_ = ClientChannel::Create(this, PageUrl());
+  const std::string url = PageUrl();
+  if (destroyed_) return false;
+  channel_ = ClientChannel::Create(this, url);
   if (!channel_) return false;
   pump_ = callbacks_.Repeating([weak = weak_from_this()](int32_t) {
     if (const std::shared_ptr<PluginObject> self = weak.lock()) self->OnPump();
   });
   SchedulePump();
-  return true;
+  return !destroyed_;
 }
 
 void PluginObject::Destroy() {
@@ -48,11 +50,12 @@ void PluginObject::Destroy() {
     channel_.reset();
   }
   callbacks_.CancelAll();
+  remoting_handler_->End();  // it may be on the stack too
   remoting_handler_.reset();
   DisconnectAll();
   onmessage_ = Var();
   onerror_ = Var();
-  stream_manager_.Clear();
+  stream_manager_->Clear();
 }
 
 std::string PluginObject::PageUrl() const {
@@ -78,14 +81,15 @@ Var PluginObject::GetInstanceObject() {
 
 void PluginObject::MessageReceived(const std::string& text) {
   LOG(LS_VERBOSE) << "MessageReceived " << text;
-  if (!remoting_handler_ || remoting_handler_->HandleMessage(text)) return;
+  const std::shared_ptr<RemotingHandler> remoting_handler = remoting_handler_;
+  if (!remoting_handler || remoting_handler->HandleMessage(text)) return;
   if (onmessage_.is_object()) onmessage_.CallAsFunction(Var(text));
   // The page may have destroyed the instance: nothing of it may be touched from here on.
 }
 
 bool PluginObject::StartHttpRequest(const HttpRequest& request,
                                     std::unique_ptr<HttpResponse>& response) {
-  return stream_manager_.MakeRequest(request, response);
+  return stream_manager_->MakeRequest(request, response);
 }
 
 bool PluginObject::GetProxyForUrl(const std::string& text, std::string* reply) {

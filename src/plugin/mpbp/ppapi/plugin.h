@@ -20,8 +20,9 @@ class RemotingHandler;
 // Owns everything a page uses: the channel to the engine, the HTTP proxy, the remoting handler and
 // the page's callbacks. On the browser's main thread.
 //
-// Calls of the page may destroy the instance while it is on the stack: Destroy takes everything
-// down at once, and the object itself stays until the last caller that holds it returns.
+// Calls of the page, and of the browser, may destroy the instance while it is on the stack: Destroy
+// takes everything down at once, and the object itself stays until the last caller that holds it
+// returns.
 class PluginObject final : public ClientChannelDelegate,
                            public SlotOwner,
                            public std::enable_shared_from_this<PluginObject> {
@@ -62,11 +63,11 @@ class PluginObject final : public ClientChannelDelegate,
   void OnHttpResponse(std::unique_ptr<HttpResponse>& response);
 
   const PP_Instance instance_;
-  StreamManager stream_manager_;
+  const std::shared_ptr<StreamManager> stream_manager_;
   std::shared_ptr<ClientChannel> channel_;  // null until Init, and after Destroy
   Var onmessage_;
   Var onerror_;
-  std::unique_ptr<RemotingHandler> remoting_handler_;
+  std::shared_ptr<RemotingHandler> remoting_handler_;  // null after Destroy
   CallbackFactory callbacks_;
   PP_CompletionCallback pump_{};
   bool destroyed_ = false;

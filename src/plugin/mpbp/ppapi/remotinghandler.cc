@@ -35,7 +35,16 @@ std::optional<Integer> ReadInteger(const Json::Value& value) {
 
 RemotingHandler::RemotingHandler(PP_Instance instance)
     : browser_(instance),
-      event_callback_(callbacks_.Repeating([this](int32_t event) { OnRemotingEvent(event); })) {}
+      event_callback_(callbacks_.Repeating(Bind(&RemotingHandler::OnRemotingEvent))) {}
+
+CallbackFactory::Function RemotingHandler::Bind(
+    std::function<void(RemotingHandler&, int32_t)> function) {
+  return [this, function = std::move(function)](int32_t result) {
+    // This object is there: the factory cancels its callbacks when it goes.
+    const std::shared_ptr<RemotingHandler> self = shared_from_this();
+    function(*self, result);
+  };
+}
 
 bool RemotingHandler::HandleMessage(const std::string& text) {
   std::string errors;
@@ -72,10 +81,11 @@ void RemotingHandler::RequestPermission(const Json::Value& message) {
   }
   const Permission permission{*id, *type, *tag};
   const PP_CompletionCallback callback =
-      callbacks_.Once([this, permission](int32_t result) { OnPermission(permission, result); });
+      callbacks_.Once(Bind([permission](RemotingHandler& self, int32_t result) {
+        self.OnPermission(permission, result);
+      }));
   const int32_t result = browser_.RequestPermission(permission.type, callback);
-  if (result == PP_OK_COMPLETIONPENDING) return;
-  callbacks_.Cancel(callback);
+  if (result == PP_OK_COMPLETIONPENDING || !callbacks_.Cancel(callback)) return;
   LOG(LS_ERROR) << "RequestPermission failed. "
                 << "message " << WriteJson(message) << ", error " << result;
   SendPermissionResult(permission, false);
@@ -105,12 +115,11 @@ void RemotingHandler::StartRemoting(const Json::Value& message) {
     LOG(LS_ERROR) << "Invalid message. Failed to parse arguments: " << WriteJson(message);
     return;
   }
-  const PP_CompletionCallback callback =
-      callbacks_.Once([this, id = *id](int32_t result) { OnStarted(id, result); });
+  const PP_CompletionCallback callback = callbacks_.Once(
+      Bind([id = *id](RemotingHandler& self, int32_t result) { self.OnStarted(id, result); }));
   const int32_t result =
       browser_.StartRemoting(event_callback_.func, event_callback_.user_data, callback);
-  if (result == PP_OK_COMPLETIONPENDING) return;
-  callbacks_.Cancel(callback);
+  if (result == PP_OK_COMPLETIONPENDING || !callbacks_.Cancel(callback)) return;
   LOG(LS_ERROR) << "StartRemoting failed. "
                 << "message " << WriteJson(message) << ", error " << result;
   SendTerminateEvent(*id);
@@ -145,8 +154,7 @@ void RemotingHandler::StopRemoting(const Json::Value& message) {
   const PP_CompletionCallback callback = callbacks_.Once(
       [](int32_t result) { LOG(LS_WARNING) << "StopRemoting failed. Error " << result; });
   const int32_t result = browser_.StopRemoting(callback);
-  if (result == PP_OK_COMPLETIONPENDING) return;
-  callbacks_.Cancel(callback);
+  if (result == PP_OK_COMPLETIONPENDING || !callbacks_.Cancel(callback)) return;
   LOG(LS_ERROR) << "StopRemoting failed. "
                 << "message " << WriteJson(message) << ", error " << result;
 }

@@ -13,6 +13,8 @@
 #include <json/value.h>
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 
 #include "base/signal.h"
@@ -21,8 +23,10 @@
 
 namespace mpbp {
 
-// On the browser's main thread. The browser's callbacks may come after the handler is gone.
-class RemotingHandler {
+// On the browser's main thread. The browser's callbacks may come after the handler is gone, or
+// inside the calls that they belong to. Whoever calls HandleMessage holds the handler meanwhile:
+// the browser may show a dialogue inside, and the page may end.
+class RemotingHandler : public std::enable_shared_from_this<RemotingHandler> {
  public:
   explicit RemotingHandler(PP_Instance instance);
   RemotingHandler(const RemotingHandler&) = delete;
@@ -30,6 +34,8 @@ class RemotingHandler {
 
   // True when the text was one of the three requests, well-formed or not: the page does not get it.
   bool HandleMessage(const std::string& text);
+  // No callback of the browser does anything from here on.
+  void End() { callbacks_.CancelAll(); }
 
   Signal<const std::string&> SignalOutgoing;  // an answer for the engine
 
@@ -41,6 +47,7 @@ class RemotingHandler {
     uint32_t tag = 0;
   };
 
+  CallbackFactory::Function Bind(std::function<void(RemotingHandler&, int32_t result)> function);
   void RequestPermission(const Json::Value& message);
   void OnPermission(const Permission& permission, int32_t result);
   void SendPermissionResult(const Permission& permission, bool granted);

@@ -38,7 +38,12 @@ Var ScriptableObject::Construct(std::span<const Var>, Var* exception) {
 
 namespace {
 
-using Holder = std::shared_ptr<ScriptableObject>;
+// What the browser holds as the object's data, from CreateObject to Deallocate.
+struct Holder {
+  std::shared_ptr<ScriptableObject> object;
+  bool creating = true;  // CreateObject is on the stack
+  bool deallocated = false;
+};
 
 // Runs one operation on the object, which is held meanwhile, and hands what it throws to the
 // browser.
@@ -47,7 +52,7 @@ auto Invoke(void* holder, PP_Var* exception, Operation operation) noexcept
     -> decltype(operation(std::declval<ScriptableObject&>(), std::declval<Var*>())) {
   using Result = decltype(operation(std::declval<ScriptableObject&>(), std::declval<Var*>()));
   try {
-    const Holder object = *static_cast<const Holder*>(holder);
+    const std::shared_ptr<ScriptableObject> object = static_cast<const Holder*>(holder)->object;
     Var thrown;
     if constexpr (std::is_void_v<Result>) {
       operation(*object, &thrown);
@@ -136,7 +141,11 @@ PP_Var Construct(void* object, uint32_t argc, PP_Var* argv, PP_Var* exception) {
       .Detach();
 }
 
-void Deallocate(void* object) { delete static_cast<Holder*>(object); }
+void Deallocate(void* data) {
+  auto* const holder = static_cast<Holder*>(data);
+  holder->deallocated = true;
+  if (!holder->creating) delete holder;
+}
 
 constexpr PPP_Class_Deprecated kClass = {
     &HasProperty,    &HasMethod, &GetProperty, &GetAllPropertyNames, &SetProperty,
@@ -150,7 +159,9 @@ Var CreateScriptObject(PP_Instance instance, std::shared_ptr<ScriptableObject> o
   if (!scripting) return {};
   auto holder = std::make_unique<Holder>(std::move(object));
   Var result = Var::Adopt(scripting->CreateObject(instance, &kClass, holder.get()));
-  if (result.is_object()) static_cast<void>(holder.release());  // Deallocate deletes it
+  holder->creating = false;
+  // From here on Deallocate deletes it, unless that has been called inside.
+  if (result.is_object() && !holder->deallocated) static_cast<void>(holder.release());
   return result;
 }
 

@@ -1,6 +1,7 @@
 #include "plugin/mpbp/ppapi/urlloader.h"
 
 #include <limits>
+#include <utility>
 
 namespace mpbp {
 namespace {
@@ -35,8 +36,10 @@ Var UrlResponseInfo::Property(PP_URLResponseProperty property) const {
 
 UrlLoader::UrlLoader(PP_Instance instance) : instance_(instance) {}
 
-UrlLoader::~UrlLoader() {
-  if (loader_ && Browser().url_loader) Browser().url_loader->Close(loader_.get());
+void UrlLoader::Close() {
+  closed_ = true;
+  const Resource loader = std::move(loader_);
+  if (loader && Browser().url_loader) Browser().url_loader->Close(loader.get());
 }
 
 int32_t UrlLoader::Open(const UrlRequest& request, const PP_CompletionCallback& callback) {
@@ -44,11 +47,14 @@ int32_t UrlLoader::Open(const UrlRequest& request, const PP_CompletionCallback& 
   if (!table) return PP_ERROR_NOINTERFACE;
   const Resource info = MakeRequestInfo(instance_, request);
   if (!info) return PP_ERROR_BADARGUMENT;
-  loader_ = Resource(table->Create(instance_));
-  if (!loader_) return PP_ERROR_FAILED;
+  if (closed_) return PP_ERROR_ABORTED;
+  Resource loader(table->Create(instance_));
+  if (!loader) return PP_ERROR_FAILED;
   if (Browser().url_loader_trusted) {
-    Browser().url_loader_trusted->GrantUniversalAccess(loader_.get());
+    Browser().url_loader_trusted->GrantUniversalAccess(loader.get());
   }
+  if (closed_) return PP_ERROR_ABORTED;
+  loader_ = std::move(loader);
   return table->Open(loader_.get(), info.get(), callback);
 }
 

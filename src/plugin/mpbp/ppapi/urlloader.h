@@ -42,23 +42,27 @@ class UrlResponseInfo {
 };
 
 // One request. The results are the browser's codes; PP_OK_COMPLETIONPENDING says that the callback
-// will run. Destroying the loader ends the request; the browser touches no buffer after that.
+// will run, or has run inside the call.
 class UrlLoader {
  public:
   explicit UrlLoader(PP_Instance instance);
   UrlLoader(const UrlLoader&) = delete;
   UrlLoader& operator=(const UrlLoader&) = delete;
-  ~UrlLoader();
+  ~UrlLoader() { Close(); }
 
   // Opens the request with access to every origin.
   int32_t Open(const UrlRequest& request, const PP_CompletionCallback& callback);
   // Completes with the number of bytes read, 0 at the end. `buffer` is borrowed until then.
   int32_t Read(std::span<char> buffer, const PP_CompletionCallback& callback);
   UrlResponseInfo ResponseInfo() const;
+  // Ends the request; the browser touches no buffer after that. Also from inside one of the calls
+  // above, which then goes no further. Closing twice is harmless.
+  void Close();
 
  private:
   const PP_Instance instance_;
   Resource loader_;
+  bool closed_ = false;
 };
 
 }  // namespace mpbp
