@@ -100,6 +100,15 @@ void Host::Forget() {
   core_->library.Close();
 }
 
+void Host::Abandon() {
+  for (const auto& [instance, page] : core_->instances) page->state_ = Page::State::kGone;
+  core_->instances.clear();
+  DeallocateObjects();
+  core_->loop.DropTasks();
+  core_->module = {};
+  core_->library.Close();
+}
+
 const void* Host::ModuleInterface(const char* name) const {
   return core_->ModuleInterface<void>(name);
 }

@@ -49,6 +49,10 @@ class Host {
   // Destroys every page's instance, runs what is still posted (see HostOptions::drop_pending), ends
   // the module and closes its file. Not from inside a callback. Harmless when none is loaded.
   void Unload();
+  // Closes the module's file without ending instances or module, as a browser does in a hurry.
+  // Script lets go of the module's objects, and what was to be called later is not. Not from inside
+  // a callback.
+  void Abandon();
   // A table of the module's own; null when it has none by that name.
   const void* ModuleInterface(const char* name) const;
 

@@ -1,0 +1,46 @@
+// Hosts that end without PPP_ShutdownModule.
+#include <gmock/gmock.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include "engineprocesses.h"
+#include "tests/support/child_process.h"
+#include "tests/support/scoped_env.h"
+
+namespace mpbp::test {
+namespace {
+
+class HostEnd : public testing::Test {
+ protected:
+  void SetUp() override {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    UseUpLowPids();
+    app_data_.WriteOptions("install_dir=" MPBP_ENGINE_FOLDER
+                           "\npluginppapi_log_level=LS_VERBOSE\n");
+  }
+  ~HostEnd() override {
+    KillEngineProcesses(true, true);
+    while (waitpid(-1, nullptr, 0) > 0) continue;
+  }
+
+  ScopedAppData app_data_;
+};
+
+TEST_F(HostEnd, IsSilentInEveryStateAndWay) {
+  for (const std::string way : {"exit", "quick_exit", "unload"}) {
+    for (const std::string state : {"loaded", "page", "launch", "link", "inside", "busy"}) {
+      // A file is closed only when nothing of the module is on the stack.
+      if (way == "unload" && (state == "inside" || state == "busy")) continue;
+      const std::string output = app_data_.dir() / "output";
+      const std::string command =
+          RUDE_HOST " " MPBP_MODULE_PATH " " + state + " " + way + " 2>" + output;
+      const int status = system(command.c_str());
+      EXPECT_EQ(status, 0) << command << "\n" << ReadFile(output);
+      EXPECT_THAT(ReadFile(output), testing::Not(testing::HasSubstr("Sanitizer"))) << command;
+      KillEngineProcesses(true, true);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace mpbp::test
