@@ -1,6 +1,7 @@
 #include "browser/page.h"
 
 #include <QCloseEvent>
+#include <QRegularExpression>
 #include <QWebEngineSettings>
 #include <cstdio>
 
@@ -28,9 +29,13 @@ const char* LevelName(QWebEnginePage::JavaScriptConsoleMessageLevel level) {
   return "info";
 }
 
-// The last part of the script's address; the text of a page shown from a file has none.
+// The last part of the script's address, or the name that ReadLocalPage has put into it; the text
+// of a page shown from a file has none.
 QString SourceName(const QString& source) {
-  if (source.isEmpty() || source.startsWith("data:")) return "page";
+  static const QRegularExpression kNamed("^data:[^,]*;name=([^;,]+)");
+  const QRegularExpressionMatch named = kNamed.match(source);
+  if (named.hasMatch()) return QUrl::fromPercentEncoding(named.captured(1).toUtf8());
+  if (source.startsWith("data:")) return "page";
   const QString name = QUrl(source).fileName();
   return name.isEmpty() ? "page" : name;
 }
