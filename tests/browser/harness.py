@@ -69,17 +69,22 @@ class Browser:
         command += ["--in-process"] * IN_PROCESS + list(arguments)
         self.process = subprocess.Popen(
             command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT, encoding="utf-8", errors="replace")
+            stderr=subprocess.PIPE, encoding="utf-8", errors="replace")
         self.output = []
         self._lines = queue.Queue()
-        self._reader = threading.Thread(target=self._read)
-        self._reader.start()
+        # Two pipes: in one, the logs of other processes would cut long console lines in two.
+        self._readers = [threading.Thread(target=self._read, args=stream) for stream in (
+            (self.process.stdout, self._lines), (self.process.stderr, None))]
+        for reader in self._readers:
+            reader.start()
 
-    def _read(self):
-        for line in self.process.stdout:
+    def _read(self, stream, lines):
+        for line in stream:
             self.output.append(line)
-            self._lines.put(line)
-        self._lines.put(None)
+            if lines is not None:
+                lines.put(line)
+        if lines is not None:
+            lines.put(None)
 
     def report(self, name):
         """The value that a page reported under `name`; whatever it prints before is skipped."""
@@ -109,8 +114,10 @@ class Browser:
 
     def drain(self):
         """Reads to the end of the output, which an engine started by the module holds open too."""
-        self._reader.join()
+        for reader in self._readers:
+            reader.join()
         self.process.stdout.close()
+        self.process.stderr.close()
 
 
 class BrowserTestCase(unittest.TestCase):
