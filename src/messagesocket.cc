@@ -4,6 +4,8 @@
 
 #include <array>
 #include <cerrno>
+#include <exception>
+#include <new>
 
 #include "base/logging.h"
 #include "base/thread.h"
@@ -54,6 +56,9 @@ void MessageSocket::Attach(std::unique_ptr<AsyncSocket> socket) {
   socket_->SignalWriteEvent.Connect(this, &MessageSocket::OnWriteEvent);
   socket_->SignalConnectEvent.Connect(this, &MessageSocket::OnConnectEvent);
   socket_->SignalCloseEvent.Connect(this, &MessageSocket::OnCloseEvent);
+  // A text that follows one that is not answered would wait for the other end's acknowledgement.
+  // Where it cannot be set, texts are slow and nothing else.
+  static_cast<void>(socket_->SetOption(OPT_NO_DELAY, 1));
 }
 
 bool MessageSocket::Connect(int* error) {
@@ -144,7 +149,11 @@ bool MessageSocket::Listen() {
 }
 
 bool MessageSocket::Send(const std::string& data) {
-  return state_ != STATE_CLOSED && socket_ && SendFramed(MSG_DATA, data);
+  try {
+    return state_ != STATE_CLOSED && socket_ && SendFramed(MSG_DATA, data);
+  } catch (const std::bad_alloc&) {
+    return false;  // nothing of it was queued
+  }
 }
 
 bool MessageSocket::SendFramed(uint16_t type, const std::string& data) {
@@ -167,6 +176,7 @@ void MessageSocket::Flush() {
   const int sent = socket_->Send(output_.Data(), output_.Length());
   if (sent > 0) {
     static_cast<void>(output_.Consume(static_cast<size_t>(sent)));
+    output_.ReleaseIfEmpty();
   } else if (sent < 0 && !IsBlockingError(socket_->GetError())) {
     LOG(LS_ERROR) << this << ": Failed to send, err=" << socket_->GetError();
   }
@@ -249,7 +259,14 @@ void MessageSocket::OnCookieResponse(const std::string& data) {
   SignalAuthorized(this);
 }
 
-void MessageSocket::OnConnectEvent(AsyncSocket*) {
+void MessageSocket::OnConnectEvent(AsyncSocket* socket) {
+  if (socket->GetLocalAddress().port() == port_) {
+    // The port of an engine that is gone has become our own, and the system has connected the
+    // socket to itself. Both ends have the loopback address.
+    LOG(LS_ERROR) << this << ": Connected to itself, port=" << port_;
+    OnCloseEvent(socket, ECONNREFUSED);
+    return;
+  }
   state_ = STATE_CONNECTED;
   SignalConnected(this);
 }
@@ -268,21 +285,59 @@ void MessageSocket::OnReadEvent(AsyncSocket* socket) {
     OnCloseEvent(socket, error);
     return;
   }
-  if (count > 0) input_.WriteBytes({bytes, static_cast<size_t>(count)});
+  if (count > 0 && !TakeBytes({bytes, static_cast<size_t>(count)})) {
+    OnCloseEvent(socket, ENOMEM);
+    return;
+  }
   if (!dispatching_) DispatchMessages();
+}
+
+bool MessageSocket::TakeBytes(std::string_view bytes) {
+  try {
+    input_.WriteBytes(bytes);
+    return true;
+  } catch (const std::bad_alloc&) {
+    LOG(LS_ERROR) << this << ": No memory for what was received.";
+    return false;
+  }
+}
+
+bool MessageSocket::TakeFrames(FrameList* frames) {
+  try {
+    Unframe(input_, *frames);
+    input_.ReleaseIfEmpty();
+    return true;
+  } catch (const std::bad_alloc&) {
+    LOG(LS_ERROR) << this << ": No memory for what was received.";
+    return false;
+  }
 }
 
 void MessageSocket::DispatchMessages() {
   FrameList frames;
-  Unframe(input_, frames);
-  if (frames.empty()) return;
+  const bool taken = TakeFrames(&frames);
+  if (taken && frames.empty()) return;
   const Guard guard(*this);
+  bool intact = taken;
   dispatching_ = true;
   for (const auto& [type, data] : frames) {
-    HandleMessage(type, data);
+    // Half a handshake is none; a data message is its owner's affair, and the next one is whole.
+    if (!TryToHandle(type, data) && type != MSG_DATA) intact = false;
     if (!guard.open()) break;  // what came before the end of the link is not for the next one
   }
   if (guard.alive()) dispatching_ = false;
+  if (guard.open() && !intact) OnCloseEvent(socket_.get(), ENOMEM);
+}
+
+bool MessageSocket::TryToHandle(uint16_t type, const std::string& data) {
+  const LifeToken::Watch alive = life_.watch();
+  try {
+    HandleMessage(type, data);
+    return true;
+  } catch (const std::exception& e) {
+    if (alive) LOG(LS_ERROR) << this << ": A message could not be handled: " << e.what();
+    return false;
+  }
 }
 
 void MessageSocket::OnCloseEvent(AsyncSocket*, int error) {

@@ -58,8 +58,8 @@ class MessageSocket : public SlotOwner {
   // writes the port file. False on failure, with an error line.
   [[nodiscard]] bool Listen();
 
-  // Sends one data message, or queues it while connecting. False on a closed socket, or when it
-  // cannot be framed.
+  // Sends one data message, or queues it while connecting. False on a closed socket, when it cannot
+  // be framed, or without memory for it; nothing of it is sent then.
   [[nodiscard]] bool Send(const std::string& data);
 
   // Ends the link, drops what is buffered and removes the port file that Listen wrote. The system's
@@ -74,6 +74,7 @@ class MessageSocket : public SlotOwner {
   int port() const { return port_; }  // 0 when unknown
   const std::string& cookie() const { return cookie_; }
   State state() const { return state_; }
+  size_t unsent_bytes() const { return output_.Length(); }  // that the system has not taken yet
   bool authorized() const { return authorized_; }
 
   Signal<MessageSocket*, bool> SignalReadPortFile;  // after every attempt: whether it was read
@@ -111,7 +112,12 @@ class MessageSocket : public SlotOwner {
 
   void Attach(std::unique_ptr<AsyncSocket> socket);
   void Flush();
+  // Each false, with an error line, when there is no memory; the link cannot go on then.
+  bool TakeBytes(std::string_view bytes);
+  bool TakeFrames(FrameList* frames);
   void DispatchMessages();
+  // False when a handler threw. This object may be gone.
+  bool TryToHandle(uint16_t type, const std::string& data);
   void OnCookie(const std::string& data);
   void OnCookieResponse(const std::string& data);
   void OnConnectEvent(AsyncSocket* socket);

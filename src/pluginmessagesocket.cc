@@ -17,14 +17,14 @@ void ReadFrames(ByteBuffer& buffer, FrameList& frames) {
     const ByteBuffer::ReadPosition header = buffer.GetReadPosition();
     uint16_t type = 0;
     uint32_t length = 0;
-    std::string payload;
-    const bool complete = buffer.ReadUInt16(&type) && buffer.ReadUInt32(&length) &&
-                          buffer.ReadString(&payload, length);
-    if (!complete) {
-      static_cast<void>(buffer.SetReadPosition(header));  // nothing was written: cannot fail
-      return;
-    }
-    frames.emplace_back(type, std::move(payload));
+    const bool complete =
+        buffer.ReadUInt16(&type) && buffer.ReadUInt32(&length) && buffer.Length() >= length;
+    static_cast<void>(buffer.SetReadPosition(header));  // nothing was written: cannot fail
+    if (!complete) return;
+    // Copied before anything is consumed: without memory for it the frame stays whole.
+    frames.emplace_back(type,
+                        std::string(buffer.Data() + PluginMessageSocket::kHeaderSize, length));
+    static_cast<void>(buffer.Consume(PluginMessageSocket::kHeaderSize + length));
   }
 }
 

@@ -6,6 +6,17 @@
 #include <cstring>
 
 namespace mpbp {
+namespace {
+
+// Up to this capacity unread bytes are moved to the front whenever that makes enough room. Above it
+// only when at least half of the buffer is free: each move is paid for by what was read since the
+// last one, and a long backlog is not copied for every few bytes that leave it.
+constexpr size_t kMovedFreely = 65'536;
+
+// Buffers above this give their memory back when they run empty.
+constexpr size_t kKeptWhenEmpty = size_t{1} << 20;
+
+}  // namespace
 
 ByteBuffer::ByteBuffer(std::string_view bytes, size_t capacity, ByteOrder order)
     : bytes_(std::max(capacity, bytes.size())), order_(order) {
@@ -23,7 +34,8 @@ void ByteBuffer::MakeRoom(size_t length) {
   if (length <= bytes_.size() - end_) return;
   const size_t unread = Length();
   const size_t needed = unread + length;
-  if (needed > bytes_.size()) {
+  const bool movable = bytes_.size() <= kMovedFreely || start_ >= bytes_.size() / 2;
+  if (needed > bytes_.size() || !movable) {
     std::vector<char> larger(std::max(bytes_.size() * 3 / 2, needed));
     std::copy_n(Data(), unread, larger.begin());
     bytes_ = std::move(larger);
@@ -91,6 +103,12 @@ void ByteBuffer::Clear() {
   start_ = 0;
   end_ = 0;
   ++version_;
+}
+
+void ByteBuffer::ReleaseIfEmpty() {
+  if (Length() > 0 || bytes_.size() <= kKeptWhenEmpty) return;
+  std::vector<char>(kDefaultCapacity).swap(bytes_);
+  Clear();
 }
 
 }  // namespace mpbp

@@ -51,6 +51,9 @@ class ByteBuffer {
   [[nodiscard]] bool SetReadPosition(ReadPosition position);
 
   void Clear();
+  // Gives the memory of a large buffer back when nothing unread is left; a burst would otherwise
+  // keep it for ever. Positions taken before are void then.
+  void ReleaseIfEmpty();
 
  private:
   void MakeRoom(size_t length);

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iomanip>
+#include <locale>
 #include <vector>
 
 #include "base/criticalsection.h"
@@ -89,6 +90,7 @@ std::atomic<int> LogMessage::min_sev_{LS_NONE};
 
 LogMessage::LogMessage(const char* file, int line, int severity, int error_context, int error)
     : severity_(severity), extra_(ErrorText(error_context, error)) {
+  line_.imbue(std::locale::classic());  // the host's may group digits
   LogState& state = State(min_sev_);
   if (state.timestamps) {
     const uint32_t elapsed = Time() - LogStartTime();

@@ -53,7 +53,21 @@ void OptionsFile::AddLine(const std::string& line) {
   options_[line.substr(0, separator)] = line.substr(separator + 1);
 }
 
+bool OptionsFile::IsLoadable() const {
+  size_t size = 0;
+  for (const auto& [name, value] : options_) {
+    const size_t line = name.size() + 1 + value.size();
+    if (size + line >= kMaxFileSize) return false;
+    size += line + 1;
+  }
+  return true;
+}
+
 bool OptionsFile::Save() {
+  if (!IsLoadable()) {
+    LOG(LS_ERROR) << "Refusing to write options that could not be read again to " << path_;
+    return false;
+  }
   FileStream file;
   int error = 0;
   if (!file.Open(path_, "w", &error)) {

@@ -24,7 +24,8 @@ class OptionsFile {
 
   // Replaces the options by the file's. Those read before a failure stay.
   [[nodiscard]] bool Load();
-  // Writes all options. A failure may leave the file cut short.
+  // Writes all options. Refused, with the file left as it is, when there are more than Load takes;
+  // any other failure may leave the file cut short.
   [[nodiscard]] bool Save();
 
   [[nodiscard]] bool GetStringValue(const std::string& name, std::string* value) const;
@@ -39,6 +40,8 @@ class OptionsFile {
  private:
   // Takes one line from the file.
   void AddLine(const std::string& line);
+  // Whether Load would take what Save writes.
+  bool IsLoadable() const;
 
   std::string path_;
   std::map<std::string, std::string> options_;

@@ -232,12 +232,12 @@ std::unique_ptr<AsyncSocket> PhysicalSocket::Accept(SocketAddress* address) {
 
 int PhysicalSocket::Close() {
   resolver_.reset();
+  state_ = SOCKET_CLOSED;  // a look-up has no descriptor yet
+  enabled_events_ = 0;
   if (fd_ < 0) return 0;
   const int result = close(fd_);
   UpdateLastError();
   fd_ = -1;
-  state_ = SOCKET_CLOSED;
-  enabled_events_ = 0;
   return result;
 }
 

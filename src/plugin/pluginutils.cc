@@ -1,7 +1,9 @@
 #include "plugin/pluginutils.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 
 #include "base/filestream.h"
 #include "base/filesystem.h"
@@ -20,6 +22,14 @@ constexpr char kDefaultInstallDir[] = "/opt/murmel/parlplugin/";
 constexpr char kApplicationName[] = "Murmel Parl Plugin";
 constexpr char kOrganizationName[] = "Murmel";
 constexpr int64_t kBytesPerMebibyte = 1'048'576;
+
+// How long one launch serves everybody in the process.
+constexpr auto kSharedLaunch = std::chrono::seconds(1);
+
+using Clock = std::chrono::steady_clock;
+
+constexpr Clock::time_point kNoLaunch = Clock::time_point::min();
+constinit std::atomic<Clock::time_point> last_launch{kNoLaunch};  // of those that worked
 
 struct LogStoreHolder {
   CriticalSection lock;
@@ -100,6 +110,20 @@ bool LaunchEngine(int* error) {
   LOG_ERR_EX(LS_ERROR, system_error) << "Failed to start MurmelParlPlugin, path=" << path;
   return false;
 }
+
+bool ShareEngineLaunch(int* error) {
+  const Clock::time_point last = last_launch;
+  if (last != kNoLaunch && Clock::now() - last < kSharedLaunch) {
+    LOG(LS_INFO) << "MurmelParlPlugin was started less than a second ago.";
+    *error = 0;
+    return true;
+  }
+  const bool launched = LaunchEngine(error);
+  last_launch = launched ? Clock::now() : kNoLaunch;
+  return launched;
+}
+
+void ForgetEngineLaunch() { last_launch = kNoLaunch; }
 
 void SetupPluginLogging(const std::string& prefix, const std::string& default_file_name) {
   Filesystem::SetApplicationName(kApplicationName);

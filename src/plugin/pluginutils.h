@@ -15,6 +15,13 @@ namespace mpbp {
 // engine's process was started, not that its program exists. Blocks for two forks.
 [[nodiscard]] bool LaunchEngine(int* error);
 
+// For whoever wants an engine to be there soon: as LaunchEngine, but a launch of this process that is
+// less than a second old and worked counts as this one, so that the pages of a session that is
+// restored start one engine. From any thread.
+[[nodiscard]] bool ShareEngineLaunch(int* error);
+// The next ShareEngineLaunch starts an engine in any case: the one that was started may be dead.
+void ForgetEngineLaunch();
+
 // Names the application for the file system, and sets up logging from the options `prefix` +
 // "_log_level" and "_log_path": to a file, by default `default_file_name` in the application data
 // folder, and to the log store. Then describes the machine in the log. Every failure is logged and

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/support/captured_log.h"
+#include "tests/support/comma_locale.h"
 
 namespace mpbp {
 namespace {
@@ -24,15 +25,16 @@ TEST(LoggingTest, NothingIsEvaluatedOrWrittenUntilAnOutputWantsIt) {
   EXPECT_EQ(evaluated, 1);
 }
 
-TEST(LoggingTest, ALineCarriesStampPlaceTextAndError) {
+TEST(LoggingTest, ALineCarriesStampPlaceTextAndErrorInEveryLocale) {
+  const test::CommaLocale locale;
   test::CapturedLog log(LS_INFO);
-  LOG(LS_INFO) << "plain";
+  LOG(LS_INFO) << "plain " << 1024;
   LogMessage("dir/other\\server.cc", 330, LS_WARNING).stream() << "odd";
-  LogMessage("a\\b/c.cc", 1, LS_ERROR, ERRCTX_ERRNO, EAGAIN).stream() << "fork()";
+  LogMessage("a\\b/c.cc", 1001, LS_ERROR, ERRCTX_ERRNO, EAGAIN).stream() << "fork()";
   LogMessage("a.cc", 2, LS_INFO, 7, 255).stream() << "code only";
   EXPECT_EQ(log.text(),
-            "plain\nWarning(server.cc:330): odd\n"
-            "Error(c.cc:1): fork() : [0x0000000b] Resource temporarily unavailable\n"
+            "plain 1024\nWarning(server.cc:330): odd\n"
+            "Error(c.cc:1001): fork() : [0x0000000b] Resource temporarily unavailable\n"
             "code only : [0x000000ff]\n");
   log.Clear();
   LogMessage::LogTimestamps(true);

@@ -303,6 +303,9 @@ TEST_F(SocketServerTest, ASocketMayGoBeforeOrWhenItsHostNameIsResolved) {
   const int descriptors = test::OpenDescriptors();
   auto gone = server()->CreateAsyncSocket(SOCK_STREAM);
   ASSERT_EQ(gone->Connect(address), 0);
+  EXPECT_EQ(gone->GetState(), SOCKET_CONNECTING);
+  gone->Close();
+  EXPECT_EQ(gone->GetState(), SOCKET_CLOSED);
   gone.reset();
   auto lost = server()->CreateAsyncSocket(SOCK_STREAM);
   Watcher at_lost(lost);

@@ -140,7 +140,10 @@ TEST_F(Lifecycle, AnEngineThatNeverAnswersTheHandshakeIsRestartedOnceAndThenGive
   CapturedLog log;
   StartEngine(true);
   ASSERT_TRUE(Start());
+  ASSERT_TRUE(RunUntil([&] { return log.Contains("Not authorized; attempting"); }));
+  EXPECT_TRUE(channel_->Send("for the next link"));
   ASSERT_TRUE(RunUntilText(kDeadText));
+  EXPECT_FALSE(channel_->Send("for none"));
   EXPECT_EQ(channel_->launches, 1);
   EXPECT_EQ(engine_->connections, 2);
   EXPECT_TRUE(log.Contains("HandleOnlineCheck: Starting check"));
@@ -149,6 +152,28 @@ TEST_F(Lifecycle, AnEngineThatNeverAnswersTheHandshakeIsRestartedOnceAndThenGive
   const size_t timers = channel_->timers.size();
   RunFor(6000 / kTimeScale);
   EXPECT_EQ(channel_->timers.size(), timers) << "something goes on after giving up";
+}
+
+TEST_F(Lifecycle, WhatWaitsForTheEngineHasABound) {
+  const std::string text(size_t{51} << 20, 'x');
+  StartEngine(true);
+  ASSERT_TRUE(Start());
+  for (int i = 0; i < 5; ++i) EXPECT_TRUE(channel_->Send(text));
+  EXPECT_FALSE(channel_->Send(text));
+  EXPECT_FALSE(channel_->Send(std::string(size_t{1} << 20, 'x')));
+  EXPECT_TRUE(channel_->Send("x"));
+  // Once it has left the queue, what the system has not taken still counts.
+  channel_->Stop();
+  engine_.reset();
+  StartEngine();
+  ASSERT_TRUE(Start());
+  bool refused = false;
+  page_.on_text = [&](const std::string& told) {
+    if (told == kReadyText) refused = !channel_->Send(text);
+  };
+  ASSERT_TRUE(RunUntilText(kReadyText));
+  EXPECT_TRUE(refused);
+  ASSERT_TRUE(RunUntil([&] { return channel_->Send(text); }, 60'000));
 }
 
 TEST_F(Lifecycle, OnlyTheLastArmedOnlineCheckActs) {

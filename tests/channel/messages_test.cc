@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <vector>
 
 #include "jsontext.h"
 #include "plugin/mpbp/common/forgedtext.h"
 #include "plugin/proxylookup.h"
+#include "tests/support/comma_locale.h"
 #include "tests/support/scoped_env.h"
 
 namespace mpbp {
@@ -36,6 +38,36 @@ TEST(Json, EveryByteOfAStringSurvivesWritingAndReading) {
   const auto read = ParseJson(text);
   ASSERT_TRUE(read);
   EXPECT_EQ(AsString(ElementAt(*read, 0)), bytes);
+}
+
+TEST(Json, NumbersAreThoseOfJsonInEveryLocale) {
+  const std::vector<std::string> texts = {
+      "[1.5,-0.25,1234.5,123456789,0.001]",
+      "[1.5e3,1.5E+3,2.5e-2,1e3,12345678901234567890123.0,1.5e400]",
+      R"({"a.1":"1.5 \"2.5","b":[1.0,/* 3.5 " */4.5]} // 5.5)",
+      "[\"a\",1.0,7]",
+      "[.5]",
+      "[1.5e+-3]",
+      "[1.2.3]",
+      "[1.]",
+      "[1.5",
+      "1.",
+      ".",
+      "\"1.5",
+      "/*1.5",
+  };
+  const auto read_all = [&] {
+    std::vector<std::string> results;
+    for (const std::string& text : texts) {
+      const auto value = ParseJson(text);
+      results.push_back(value ? WriteJson(*value) : "refused");
+    }
+    return results;
+  };
+  const std::vector<std::string> expected = read_all();
+  EXPECT_EQ(expected[3], "[\"a\",1.0,7]");
+  const test::CommaLocale locale;
+  EXPECT_EQ(read_all(), expected);
 }
 
 TEST(ForgedText, IsSeenPlainAndBehindEscapesButOnlyThere) {

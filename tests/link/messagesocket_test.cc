@@ -174,6 +174,44 @@ TEST_F(MessageSocketTest, ARefusedConnectionIsReportedAsClosedAndABadPortFileAtO
   EXPECT_EQ(test::OpenDescriptors(), descriptors);
 }
 
+TEST_F(MessageSocketTest, AConnectionToItselfIsAFailedOne) {
+  auto socket = server()->CreateAsyncSocket(SOCK_STREAM);
+  ASSERT_EQ(socket->Bind(SocketAddress::Loopback(0)), 0);
+  // The port in the file is the socket's own.
+  ASSERT_TRUE(WritePortFile(path_, socket->GetLocalAddress().port(), kCookie));
+  LinkWatcher at_client(client_.get());
+  ASSERT_TRUE(client_->Connect(std::move(socket), nullptr));
+  ASSERT_TRUE(PumpUntil([&] { return at_client.Saw("closed"); }));
+  EXPECT_THAT(at_client.events, ElementsAre("port file", "closed"));
+  EXPECT_EQ(at_client.close_error, ECONNREFUSED);
+}
+
+TEST_F(MessageSocketTest, ATextDoesNotWaitForTheAcknowledgementOfTheOneBefore) {
+  Link();
+  LinkWatcher at_client(client_.get());
+  // Ends that answer each other acknowledge with their answers, and late where there is none.
+  for (size_t i = 1; i <= 50; ++i) {
+    ASSERT_TRUE(client_->Send("question"));
+    ASSERT_TRUE(PumpUntil([&] { return at_accepted_->texts.size() == i; }));
+    ASSERT_TRUE(accepted_[0]->Send("answer"));
+    ASSERT_TRUE(PumpUntil([&] { return at_client.texts.size() == i; }));
+  }
+  // Of the twenty the slowest counts; of several attempts, since the machine may be busy, the best.
+  int32_t worst = 0;
+  for (int attempt = 0; attempt < 10 && (attempt == 0 || worst >= 20); ++attempt) {
+    worst = 0;
+    for (int i = 0; i < 20; ++i) {
+      const size_t count = at_accepted_->texts.size() + 1;
+      ASSERT_TRUE(client_->Send("nobody answers"));
+      const uint32_t sent = Time();
+      ASSERT_TRUE(PumpUntil([&] { return at_accepted_->texts.size() == count; }));
+      worst = std::max(worst, TimeDiff(Time(), sent));
+    }
+    ASSERT_TRUE(accepted_[0]->Send("an answer"));
+  }
+  EXPECT_LT(worst, 20);
+}
+
 TEST_F(MessageSocketTest, EitherEndMayBeClosedOrDeletedInEveryHandler) {
   const auto try_case = [this](bool on_client, const std::string& event, bool destroy) {
     MakeEnds();

@@ -101,6 +101,17 @@ TEST(LauncherTest, StartsTheEngineOfTheConfiguredFolderWithoutArguments) {
     EXPECT_EQ(path + " 0 " + app_data.dir().path() + "\n", test::ReadFile(report));
     std::filesystem::remove(report);
   }
+  // A launch that is young serves all, one that failed or may be dead nobody.
+  test::WriteFile(path, "#!/bin/sh\necho x >> " + report + "\n");
+  ForgetEngineLaunch();
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(ShareEngineLaunch(&error) && error == 0);
+  EXPECT_TRUE(log.Contains("MurmelParlPlugin was started less than a second ago.\n"));
+  ForgetEngineLaunch();
+  EXPECT_TRUE(ShareEngineLaunch(&error));
+  ASSERT_TRUE(test::WaitUntil([&] { return test::ReadFile(report) == "x\nx\n"; }, 20000));
+  std::this_thread::sleep_for(std::chrono::milliseconds(1050));
+  EXPECT_TRUE(ShareEngineLaunch(&error));
+  ASSERT_TRUE(test::WaitUntil([&] { return test::ReadFile(report) == "x\nx\nx\n"; }, 20000));
   // Without a folder the default one is tried, and its absence is not seen.
   const std::string default_path = "/opt/murmel/parlplugin/MurmelParlPlugin";
   if (Filesystem::IsFile(default_path)) GTEST_SKIP() << "an engine is installed";

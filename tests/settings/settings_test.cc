@@ -112,6 +112,22 @@ TEST_F(SettingsTest, OptionsAreReadOnceByEachObjectAndSavedAtEveryChange) {
   EXPECT_EQ("untouched", ReadFile(path));
 }
 
+TEST_F(SettingsTest, OptionsThatCouldNotBeReadAgainAreNotSaved) {
+  OptionsFile options(app_data_.dir() / "options");
+  ASSERT_TRUE(options.SetStringValue("a", "b"));
+  ASSERT_TRUE(options.Save());
+  const size_t room = OptionsFile::kMaxFileSize - sizeof("a=b") - sizeof("c=");
+  ASSERT_TRUE(options.SetStringValue("c", std::string(room + 1, 'x')));
+  EXPECT_FALSE(options.Save());
+  EXPECT_EQ(ReadFile(app_data_.dir() / "options"), "a=b\n");
+  ASSERT_TRUE(options.SetStringValue("c", std::string(room, 'x')));
+  EXPECT_TRUE(options.Save());
+  OptionsFile again(app_data_.dir() / "options");
+  EXPECT_TRUE(again.Load());
+  std::string value;
+  EXPECT_TRUE(again.GetStringValue("c", &value) && value.size() == room);
+}
+
 TEST_F(SettingsTest, WithoutAFolderNothingIsStoredUntilThereIsOne) {
   const std::string blocker = app_data_.dir() / "murmel-murmelparlplugin";
   WriteFile(blocker, "");

@@ -73,6 +73,7 @@ bool ClientChannel::Start(std::unique_ptr<PluginMessageSocket> socket) {
 
 void ClientChannel::AttachSocket(std::unique_ptr<PluginMessageSocket> socket) {
   socket_ = std::move(socket);
+  given_up_ = false;
   socket_->SignalReadPortFile.Connect(this, &ClientChannel::OnPortFileRead);
   socket_->SignalConnected.Connect(this, &ClientChannel::OnSocketConnected);
   socket_->SignalAuthorized.Connect(this, &ClientChannel::OnSocketAuthorized);
@@ -172,7 +173,7 @@ bool ClientChannel::StartEngine() {
   return started;
 }
 
-bool ClientChannel::LaunchEngineProcess(int* error) { return LaunchEngine(error); }
+bool ClientChannel::LaunchEngineProcess(int* error) { return ShareEngineLaunch(error); }
 
 bool ClientChannel::IsOurSocket(const MessageSocket* socket) const {
   if (socket == socket_.get()) return true;
@@ -196,6 +197,7 @@ void ClientChannel::OnSocketConnected(MessageSocket* socket) {
   LOG(LS_VERBOSE) << this << ": OnSocketConnected: ";
   const uint32_t run = run_;
   state_ = CHANNEL_CONNECTED;
+  given_up_ = false;
   ++link_;
   SendConnectStatus(STEP_CONNECTED, 0);
   if (HasEnded(run)) return;
@@ -210,6 +212,7 @@ void ClientChannel::OnSocketAuthorized(MessageSocket* socket) {
   while (!pending_sends_.empty()) {
     const std::string text = std::move(pending_sends_.front());
     pending_sends_.pop_front();
+    pending_bytes_ -= text.size();
     WriteToEngine(text);  // logs its failure
   }
   Deliver(kReadyText);
@@ -261,7 +264,8 @@ void ClientChannel::OnSocketClosed(MessageSocket* socket, int reason) {
   }
 }
 
-void ClientChannel::SendConnectStatus(ConnectStep step, int error) {
+// What cannot be told, for want of memory, must not keep the channel from going on.
+void ClientChannel::SendConnectStatus(ConnectStep step, int error) try {
   Json::Value status(Json::objectValue);
   status["step"] = std::to_string(static_cast<int>(step));
   if (error != 0) status["error"] = error;
@@ -271,10 +275,14 @@ void ClientChannel::SendConnectStatus(ConnectStep step, int error) {
   const std::string text = WriteJson(message);
   LOG(LS_INFO) << this << ": Connect Status: " << text;
   Deliver(text);
+} catch (const std::exception& e) {
+  LOG(LS_ERROR) << this << ": The page cannot be told of step " << step << ": " << e.what();
 }
 
-void ClientChannel::Deliver(const std::string& text) {
+void ClientChannel::Deliver(const std::string& text) try {
   if (delegate_) delegate_->MessageReceived(text);
+} catch (const std::exception& e) {
+  LOG(LS_ERROR) << this << ": A text did not reach the page: " << e.what();
 }
 
 }  // namespace mpbp

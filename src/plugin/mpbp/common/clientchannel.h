@@ -92,7 +92,8 @@ class ClientChannel : public MessageHandler,
   // From Start to Stop.
   virtual bool IsRunning() const { return socket_ != nullptr; }
   // A page's text: acted on here ("kill", "uploadbrowserpluginlog"), or written to the engine, or
-  // queued until the engine has authorized. False when it was not accepted.
+  // queued until the engine has authorized. False when it was not accepted: the channel does not
+  // run, the link was given up, or too much waits for the engine already.
   virtual bool Send(const std::string& text);
   // Answers an HTTP request of the engine. Dropped when the link that asked is gone.
   void SendHttpResponse(std::unique_ptr<HttpResponse> response);
@@ -154,6 +155,7 @@ class ClientChannel : public MessageHandler,
   bool PreRoute(const std::string& text);
   bool SendToEngine(const std::string& text);
   bool WriteToEngine(const std::string& text);
+  size_t WaitingBytes() const;  // in the queue and in the socket's buffer; the channel runs
   void RelayToPage(const std::string& text);
   bool HandleKill(const Json::Value& message);
   void HandleHttpRequest(const std::string& text);
@@ -168,12 +170,14 @@ class ClientChannel : public MessageHandler,
   ClientChannelDelegate* delegate_;
   const std::string origin_url_;
   std::deque<std::string> pending_sends_;
+  size_t pending_bytes_ = 0;  // of those
   std::shared_ptr<BrowserThread> browser_thread_;
   std::unique_ptr<PluginMessageSocket> socket_;
   int32_t state_ = CHANNEL_NOT_CONNECTED;
   int32_t pending_online_checks_ = 0;
   int32_t bad_state_count_ = 0;
   bool restart_tried_ = false;
+  bool given_up_ = false;  // the online check has closed the link, and nothing brings it back
   uint32_t run_ = 0;   // counts starts and stops
   uint32_t link_ = 0;  // counts links to the engine; 0: there was none yet
 };

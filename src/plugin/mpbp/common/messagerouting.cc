@@ -1,15 +1,21 @@
 // The routing of a channel: which texts are relayed, and which are acted on here.
+#include <algorithm>
+
 #include "base/logging.h"
 #include "base/timeutils.h"
 #include "engineprocesses.h"
 #include "jsontext.h"
 #include "plugin/mpbp/common/clientchannel.h"
+#include "plugin/pluginutils.h"
 
 namespace mpbp {
 namespace {
 
 // Page handling that takes longer is reported to the engine.
 constexpr int32_t kSlowHandlingMs = 1000;
+
+// What a page may pile up for an engine that does not take it.
+constexpr size_t kMaxWaitingBytes = size_t{256} << 20;
 
 // Engine texts are told apart by these words, quotes included, wherever they stand: the channel
 // parses nothing that it only relays.
@@ -50,14 +56,25 @@ bool ClientChannel::SendToEngine(const std::string& text) {
                   << ": Called ClientChannel::Send() on a client channel which was not running.";
     return false;
   }
-  // Until the engine has authorized the link it would drop the text, and what was queued before
-  // must go first.
+  if (given_up_) {
+    LOG(LS_ERROR) << this << ": The link was given up: refusing a text.";
+    return false;
+  }
+  if (text.size() > kMaxWaitingBytes - std::min(kMaxWaitingBytes, WaitingBytes())) {
+    LOG(LS_ERROR) << this << ": " << WaitingBytes() << " bytes wait for MurmelParlPlugin: refusing "
+                  << text.size() << " more.";
+    return false;
+  }
+  // What was queued before must go first.
   if (state_ < CHANNEL_AUTHORIZED) {
     pending_sends_.push_back(text);
+    pending_bytes_ += text.size();
     return true;
   }
   return WriteToEngine(text);
 }
+
+size_t ClientChannel::WaitingBytes() const { return pending_bytes_ + socket_->unsent_bytes(); }
 
 bool ClientChannel::WriteToEngine(const std::string& text) {
   if (!socket_->Send(text)) {
@@ -110,6 +127,7 @@ bool ClientChannel::HandleKill(const Json::Value& message) {
   LOG(LS_INFO) << this << ": Killing quern processes.";
   LogEngineProcesses();
   const int killed = KillEngineProcesses(false, force.asBool());
+  ForgetEngineLaunch();
   LOG(LS_INFO) << this << ": Attempting to kill " << killed << " quern process(es)";
   Deliver(kKilledText);
   LogEngineProcesses();

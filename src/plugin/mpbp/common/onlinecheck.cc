@@ -47,6 +47,7 @@ void ClientChannel::HandleOnlineCheck() {
                   << (connected ? "Not authorized; restart already tried, giving up"
                                 : "Not connected; restart already tried, giving up");
   ++bad_state_count_;
+  given_up_ = connected;
   Deliver(kDeadText);
 }
 
