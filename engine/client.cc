@@ -53,7 +53,7 @@ void Client::OnText(MessageSocket*, const std::string& text) {
     const Action request = FindRequest(word);
     if (request && (this->*request)(*message, text)) return;
   }
-  Send(text);
+  Send(EchoOf(text));
 }
 
 void Client::OnClosed(MessageSocket*, int) { SignalGone(this); }
@@ -65,7 +65,7 @@ void Client::PostSlow(int ms, const std::string& text) {
 
 void Client::OnMessage(Message* message) {
   --slow_count_;
-  Send(static_cast<SlowText*>(message->data.get())->text);
+  Send(EchoOf(static_cast<SlowText*>(message->data.get())->text));
 }
 
 void Client::Send(const std::string& text) {

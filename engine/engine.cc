@@ -7,14 +7,9 @@
 #include "portfileutils.h"
 
 namespace mpbp::engine {
-namespace {
 
-constexpr size_t kMaxClients = 64;
-
-}  // namespace
-
-Engine::Engine(Mode mode, int idle_seconds)
-    : mode_(mode), idle_seconds_(idle_seconds), listener_(mode) {
+Engine::Engine(Mode mode, int idle_seconds, size_t max_clients)
+    : mode_(mode), idle_seconds_(idle_seconds), max_clients_(max_clients), listener_(mode) {
   listener_.SignalAccepted.Connect(this, &Engine::OnAccepted);
 }
 
@@ -33,7 +28,7 @@ bool Engine::Start() {
 }
 
 void Engine::OnAccepted(MessageSocket*, std::unique_ptr<MessageSocket>& socket) {
-  if (mode_ == Mode::kDropAfterConnect || clients_.size() >= kMaxClients) return;
+  if (mode_ == Mode::kDropAfterConnect || clients_.size() >= max_clients_) return;
   Thread::Current()->Clear(this);  // somebody came
   clients_.push_back(std::make_unique<Client>(std::move(socket), mode_));
   clients_.back()->SignalGone.Connect(this, &Engine::OnClientGone);

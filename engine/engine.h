@@ -2,6 +2,7 @@
 #ifndef MPBP_ENGINE_ENGINE_H_
 #define MPBP_ENGINE_ENGINE_H_
 
+#include <cstddef>
 #include <list>
 #include <memory>
 
@@ -16,7 +17,8 @@ namespace mpbp::engine {
 // On one thread that has a Thread object, which ends (Quit) when the engine does.
 class Engine : public SlotOwner, private MessageHandler {
  public:
-  Engine(Mode mode, int idle_seconds);
+  // A client beyond `max_clients` is disconnected.
+  Engine(Mode mode, int idle_seconds, size_t max_clients);
   ~Engine() override;
 
   // Listens and writes the port file. False on failure, with an error line.
@@ -32,6 +34,7 @@ class Engine : public SlotOwner, private MessageHandler {
 
   const Mode mode_;
   const int idle_seconds_;
+  const size_t max_clients_;
   EngineSocket listener_;
   std::list<std::unique_ptr<Client>> clients_;
 };

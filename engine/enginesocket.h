@@ -11,7 +11,7 @@
 namespace mpbp::engine {
 
 // Listens, and makes sockets of its own class for the connections. Deletes the port file only as
-// long as it is its own: an engine that was started later has replaced it.
+// long as it is its own: an engine that does not keep to the lock may have replaced it.
 class EngineSocket : public PluginMessageSocket {
  public:
   explicit EngineSocket(Mode mode) : mode_(mode) {}

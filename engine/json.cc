@@ -1,29 +1,39 @@
 #include "engine/json.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
 #include <string_view>
 
+#include "jsonescapes.h"
 #include "jsontext.h"
 
 namespace mpbp::engine {
 namespace {
 
-constexpr struct {
-  const char* quoted;
-  const char* disarmed;
-} kTriggers[] = {
-    {"\"httprequest\"", "\"\\u0068ttprequest\""},
-    {"\"getproxyforurl\"", "\"\\u0067etproxyforurl\""},
-};
-constexpr size_t kFirstElement = 1;  // after the bracket
+// What the plug-in acts on when the engine says it: it looks for the first three anywhere in a
+// text, in quotes, and for the others at element 0.
+constexpr std::string_view kPluginWords[] = {"qw",
+                                             "httprequest",
+                                             "getproxyforurl",
+                                             "mpbp-request-permission",
+                                             "mpbp-start-remoting",
+                                             "mpbp-stop-remoting"};
+constexpr size_t kFirstQuote = 1;  // of element 0, after the bracket
 
-void Disarm(std::string& text) {
-  for (const auto& [quoted, disarmed] : kTriggers) {
-    const std::string_view wanted = quoted;
-    for (size_t at = text.find(wanted, kFirstElement + 1); at != std::string::npos;
-         at = text.find(wanted, at)) {
-      text.replace(at, wanted.size(), disarmed);
-    }
-  }
+// Whether one of the words stands here and ends with its string or with a quote within it.
+bool BeginsWithPluginWord(std::string_view text) {
+  return std::any_of(std::begin(kPluginWords), std::end(kPluginWords), [&](std::string_view word) {
+    if (!text.starts_with(word) || text.size() == word.size()) return false;
+    const char next = text[word.size()];
+    return next == '"' || next == '\\';
+  });
+}
+
+std::string AsEscape(char letter) {
+  char escape[] = "\\u0000";
+  snprintf(escape, sizeof(escape), "\\u%04x", static_cast<unsigned>(letter));
+  return escape;
 }
 
 }  // namespace
@@ -35,9 +45,27 @@ std::optional<Json::Value> ParseMessage(const std::string& text) {
 }
 
 std::string WriteMessage(const Json::Value& message) {
-  std::string text = WriteJson(message);
-  Disarm(text);
-  return text;
+  const std::string text = WriteJson(message);
+  std::string disarmed;
+  disarmed.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    disarmed += text[i];
+    if (text[i] != '"' || i <= kFirstQuote) continue;
+    if (BeginsWithPluginWord(std::string_view(text).substr(i + 1))) disarmed += AsEscape(text[++i]);
+  }
+  return disarmed;
+}
+
+bool HoldsPluginWord(const std::string& text) {
+  // A quoted word without escapes in it is still there when those around it are resolved.
+  const std::string plain = WithoutJsonEscapes(text);
+  return std::any_of(std::begin(kPluginWords), std::end(kPluginWords), [&](std::string_view word) {
+    return plain.find('"' + std::string(word) + '"') != std::string::npos;
+  });
+}
+
+std::string EchoOf(const std::string& text) {
+  return HoldsPluginWord(text) ? WriteMessage(MakeMessage("echo-quoted", text)) : text;
 }
 
 std::optional<int> IntAt(const Json::Value& message, Json::ArrayIndex index, int min, int max) {

@@ -87,7 +87,7 @@ Client::Action Client::FindRequest(const std::string& word) {
 }
 
 bool Client::Echo(const Json::Value&, const std::string& text) {
-  Send(text);
+  Send(EchoOf(text));
   return true;
 }
 

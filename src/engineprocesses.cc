@@ -42,18 +42,21 @@ bool IsEngine(int pid, const std::string& folder) {
     LOG(LS_WARNING) << "Couldn't read /proc/" << pid << "/stat. Skipping.";
     return false;
   }
-  int stat_pid = 0;
-  char name[kStatLength + 1] = {};
-  // The name goes on to the first white space, so it ends with the closing parenthesis unless the
-  // command name holds a blank; only its beginning matters.
-  if (sscanf(buffer, "%d (%50s", &stat_pid, name) != 2) {
-    LOG(LS_WARNING) << "Unexpected content in /proc/" << pid << "/stat: " << buffer;
-    return false;
-  }
-  return strncmp(name, kEngineName, kCommandNameLength) == 0;
+  const std::optional<bool> is_engine = IsEngineStat(buffer);
+  if (!is_engine) LOG(LS_WARNING) << "Unexpected content in /proc/" << pid << "/stat: " << buffer;
+  return is_engine.value_or(false);
 }
 
 }  // namespace
+
+std::optional<bool> IsEngineStat(const char* stat) {
+  int pid = 0;
+  char name[kStatLength + 1] = {};
+  // The name goes on to the first white space, so it ends with the closing parenthesis unless the
+  // command name holds a blank; only its beginning matters.
+  if (sscanf(stat, "%d (%50s", &pid, name) != 2) return std::nullopt;
+  return strncmp(name, kEngineName, kCommandNameLength) == 0;
+}
 
 void FindEngineProcesses(bool skip_self, std::vector<int>* pids) {
   const int own_pid = skip_self ? getpid() : -1;

@@ -6,11 +6,16 @@
 #ifndef MPBP_ENGINEPROCESSES_H_
 #define MPBP_ENGINEPROCESSES_H_
 
+#include <optional>
 #include <vector>
 
 namespace mpbp {
 
 inline constexpr char kEngineName[] = "MurmelParlPlugin";
+
+// Whether the process that a /proc/PID/stat text, or its beginning, is about is an engine. Nothing
+// when the text does not begin with an id and a name. Ends at a NUL.
+std::optional<bool> IsEngineStat(const char* stat);
 
 // Appends the ids of the running engine processes, in the order of the directory. Without
 // `skip_self` this process may be among them.

@@ -15,13 +15,20 @@ namespace mpbp {
 namespace {
 
 constexpr size_t kReadSize = 4096;  // most bytes taken per read event
-constexpr int kBacklog = 5;
+constexpr int kMaxAccepts = 64;     // per accept event, so that a flood leaves room for others
 constexpr int kMaxPort = 65535;
+constexpr char kHexDigits[] = "0123456789abcdef";
 
+// 32 hex digits, so that a log that shows the cookie stays a text. Readers take the first 16 of
+// them, which are 64 random bits: they can only be guessed over a connection.
 bool MakeCookie(std::string* cookie) {
-  std::array<char, kPortFileCookieSize> bytes;
+  std::array<uint8_t, kPortFileCookieSize> bytes;
   if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) return false;
-  cookie->assign(bytes.data(), bytes.size());
+  cookie->clear();
+  for (const uint8_t byte : bytes) {
+    *cookie += kHexDigits[byte >> 4];
+    *cookie += kHexDigits[byte & 0xf];
+  }
   return true;
 }
 
@@ -133,7 +140,7 @@ bool MessageSocket::Listen() {
     LOG(LS_ERROR) << this << ": Failed to bind server socket, err=" << socket->GetError();
     return false;
   }
-  if (socket->Listen(kBacklog) < 0) {
+  if (socket->Listen(SOMAXCONN) < 0) {
     LOG(LS_ERROR) << this << ": Failed to listen on server socket, err=" << socket->GetError();
     return false;
   }
@@ -142,7 +149,7 @@ bool MessageSocket::Listen() {
   if (!WritePortFile(port, cookie)) return false;
   port_file_written_ = true;
   port_ = port;
-  cookie_ = cookie;
+  cookie_ = cookie.substr(0, kPortFileCookieSize);
   socket_ = std::move(socket);
   socket_->SignalReadEvent.Connect(this, &MessageSocket::OnAcceptEvent);
   return true;
@@ -348,10 +355,14 @@ void MessageSocket::OnCloseEvent(AsyncSocket*, int error) {
 }
 
 void MessageSocket::OnAcceptEvent(AsyncSocket* socket) {
-  std::unique_ptr<AsyncSocket> connection = socket->Accept(nullptr);
-  if (!connection) return;
-  std::unique_ptr<MessageSocket> accepted = CreateAcceptedSocket(std::move(connection), cookie_);
-  SignalAccepted(this, accepted);
+  const Guard guard(*this);
+  for (int i = 0; i < kMaxAccepts && guard.open(); ++i) {
+    std::unique_ptr<AsyncSocket> connection = socket->Accept(nullptr);
+    // None is left, or this one failed; the next event brings what waits behind it.
+    if (!connection) return;
+    std::unique_ptr<MessageSocket> accepted = CreateAcceptedSocket(std::move(connection), cookie_);
+    SignalAccepted(this, accepted);
+  }
 }
 
 bool MessageSocket::WritePortFile(int port, const std::string& cookie) {

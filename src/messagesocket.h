@@ -55,7 +55,8 @@ class MessageSocket : public SlotOwner {
   [[nodiscard]] bool Connect(std::unique_ptr<AsyncSocket> socket, int* error);
 
   // Server role: listens on 127.0.0.1, on a port that the system chooses, makes a fresh cookie and
-  // writes the port file. False on failure, with an error line.
+  // writes the port file: 32 hex digits, of which the first 16 are the cookie. False on failure,
+  // with an error line.
   [[nodiscard]] bool Listen();
 
   // Sends one data message, or queues it while connecting. False on a closed socket, when it cannot

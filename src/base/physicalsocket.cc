@@ -41,6 +41,11 @@ bool TranslateOption(SocketOption option, int* level, int* name) {
   return false;
 }
 
+// The system has no room for another descriptor; the connection waits.
+bool IsShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
 }  // namespace
 
 bool IsBlockingError(int error) { return error == EWOULDBLOCK || error == EINPROGRESS; }
@@ -225,7 +230,10 @@ std::unique_ptr<AsyncSocket> PhysicalSocket::Accept(SocketAddress* address) {
   // Armed again in any case: a connection that could not be taken, or one that was withdrawn, must
   // not leave the listener deaf.
   enabled_events_ |= EVENT_ACCEPT;
-  if (fd < 0) return nullptr;
+  if (fd < 0) {
+    if (IsShortage(GetError())) server_->PauseAccepting(GetError());
+    return nullptr;
+  }
   if (address) *address = SocketAddress::FromSockAddr(storage);
   return server_->WrapSocket(fd);
 }

@@ -18,6 +18,14 @@ namespace {
 constexpr int32_t kDrainBudgetMs = 30;
 // How long a select may block when there is no wake-up pipe to end it.
 constexpr int kUnwakeableWaitMs = 50;
+constexpr uint32_t kAcceptPauseMs = 100;
+constexpr uint32_t kAcceptPauseLogMs = 1000;
+
+// The shorter of two times, either of which may be kForever.
+int Shorter(int a, int b) {
+  if (a == kForever) return b;
+  return b == kForever ? a : std::min(a, b);
+}
 
 timeval ToTimeval(int ms) { return {ms / 1000, (ms % 1000) * 1000L}; }
 
@@ -97,20 +105,20 @@ bool PhysicalSocketServer::Wait(int timeout_ms, bool process_io) {
 }
 
 bool PhysicalSocketServer::ServeUntil(int timeout_ms, bool process_io) {
-  int wait_ms = timeout_ms;
-  if (!wakeup_->working()) {
-    wait_ms = wait_ms == kForever ? kUnwakeableWaitMs : std::min(wait_ms, kUnwakeableWaitMs);
-  }
+  const int wait_ms = wakeup_->working() ? timeout_ms : Shorter(timeout_ms, kUnwakeableWaitMs);
   const uint32_t stop = TimeAfter(wait_ms);
   const bool forever = wait_ms == kForever;
   int left = wait_ms;
   for (;;) {
+    const int pause_left = AcceptPauseLeft();
+    const int select_ms = Shorter(forever ? kForever : std::max(0, left), pause_left);
     Round round;
-    const int largest = FillSets(round, process_io);
-    timeval timeout = ToTimeval(std::max(0, left));
+    const int largest = FillSets(round, process_io, pause_left == kForever);
+    timeval timeout = ToTimeval(select_ms);
     const int ready = select(largest + 1, &round.read_set, &round.write_set, nullptr,
-                             forever ? nullptr : &timeout);
-    if (ready == 0) return true;
+                             select_ms == kForever ? nullptr : &timeout);
+    // Nothing happened, and it is not only a pause that is over.
+    if (ready == 0 && !forever && left <= select_ms) return true;
     if (ready < 0 && errno != EINTR) {
       LOG_ERR(LS_ERROR) << "select";
       return false;
@@ -124,7 +132,26 @@ bool PhysicalSocketServer::ServeUntil(int timeout_ms, bool process_io) {
   }
 }
 
-int PhysicalSocketServer::FillSets(Round& round, bool process_io) {
+int PhysicalSocketServer::AcceptPauseLeft() {
+  CritScope scope(crit_);
+  if (!accept_paused_) return kForever;
+  const uint32_t elapsed = Time() - *accept_paused_;
+  if (elapsed < kAcceptPauseMs) return static_cast<int>(kAcceptPauseMs - elapsed);
+  accept_paused_.reset();
+  return kForever;
+}
+
+void PhysicalSocketServer::PauseAccepting(int error) {
+  CritScope scope(crit_);
+  const uint32_t now = Time();
+  accept_paused_ = now;
+  if (pause_logged_ && now - *pause_logged_ < kAcceptPauseLogMs) return;
+  pause_logged_ = now;
+  LOG(LS_ERROR) << "Cannot accept a connection, err=" << error << "; trying again every "
+                << kAcceptPauseMs << " ms.";
+}
+
+int PhysicalSocketServer::FillSets(Round& round, bool process_io, bool accepting) {
   FD_ZERO(&round.read_set);
   FD_ZERO(&round.write_set);
   int largest = -1;
@@ -132,7 +159,8 @@ int PhysicalSocketServer::FillSets(Round& round, bool process_io) {
   for (const IoDispatcher* dispatcher : dispatchers_) {
     if (!process_io && dispatcher != wakeup_.get()) continue;
     const int fd = dispatcher->GetDescriptor();
-    const uint32_t wanted = dispatcher->GetRequestedEvents();
+    uint32_t wanted = dispatcher->GetRequestedEvents();
+    if (!accepting) wanted &= ~uint32_t{EVENT_ACCEPT};
     largest = std::max(largest, fd);
     if (wanted & (EVENT_READ | EVENT_ACCEPT)) FD_SET(fd, &round.read_set);
     if (wanted & (EVENT_WRITE | EVENT_CONNECT)) FD_SET(fd, &round.write_set);

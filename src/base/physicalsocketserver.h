@@ -4,7 +4,9 @@
 
 #include <sys/select.h>
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "base/criticalsection.h"
@@ -47,6 +49,11 @@ class PhysicalSocketServer : public SocketServer {
   bool Add(IoDispatcher* dispatcher);
   void Remove(IoDispatcher* dispatcher);
 
+  // No socket is asked to accept for the next 100 ms: the connection that `error` (an errno value)
+  // keeps from being accepted stays ready, and the loop would spin on it. An error line, but not
+  // more than one a second.
+  void PauseAccepting(int error);
+
   // Takes over a connected descriptor. Null, with the descriptor closed, when it cannot be watched.
   std::unique_ptr<AsyncSocketDispatcher> WrapSocket(int fd);
 
@@ -64,14 +71,18 @@ class PhysicalSocketServer : public SocketServer {
   // The rounds of one Wait.
   bool ServeUntil(int timeout_ms, bool process_io);
   // The largest descriptor in the sets, -1 for none.
-  int FillSets(Round& round, bool process_io);
+  int FillSets(Round& round, bool process_io, bool accepting);
+  // Milliseconds until accepting goes on; kForever when nothing holds it up.
+  int AcceptPauseLeft();
   void DispatchReady(Round& round);
   // The events of one dispatcher, taken out of the round's sets.
   uint32_t TakeEvents(Round& round, const IoDispatcher& dispatcher, int* error);
 
-  CriticalSection crit_;                    // guards the next two
+  CriticalSection crit_;                    // guards what follows, up to the flag
   std::vector<IoDispatcher*> dispatchers_;  // in insertion order
   Round* rounds_ = nullptr;                 // innermost first; on the stacks of DispatchReady
+  std::optional<uint32_t> accept_paused_;   // Time() when accepting was paused
+  std::optional<uint32_t> pause_logged_;    // Time() of the last line about it
   bool wait_flag_ = false;                  // of the owning thread: Wait goes on
   std::unique_ptr<WakeUpPipe> wakeup_;
   std::unique_ptr<SignalPipeDispatcher> signals_;  // made on demand

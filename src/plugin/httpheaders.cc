@@ -55,12 +55,18 @@ bool ScanAsctime(const char* text, DateFields& f) {
   return end > 0 && text[end] == '\0';
 }
 
-// No number of a date has a sign, which scanning would let pass; "-" is a separator after a word.
+bool IsLetter(char c) { return isalpha(static_cast<unsigned char>(c)) != 0; }
+bool IsDigit(char c) { return isdigit(static_cast<unsigned char>(c)) != 0; }
+
+// No number of a date has a sign, which scanning would let pass. A "-" between a number and a word
+// is a separator.
 bool HasSign(std::string_view text) {
-  char before = ' ';
-  for (const char c : text) {
-    if ((c == '+' || c == '-') && !isalnum(static_cast<unsigned char>(before))) return true;
-    before = c;
+  for (size_t i = text.find_first_of("+-"); i < text.size(); i = text.find_first_of("+-", i + 1)) {
+    const char before = i > 0 ? text[i - 1] : ' ';
+    const char after = i + 1 < text.size() ? text[i + 1] : ' ';
+    const bool separates =
+        (IsDigit(before) && IsLetter(after)) || (IsLetter(before) && IsDigit(after));
+    if (text[i] == '+' || !separates) return true;
   }
   return false;
 }
@@ -101,7 +107,7 @@ HttpHeaders ParseHttpHeaders(std::string_view block) {
 uint32_t ParseHttpDate(std::string_view date) {
   const std::string text(TrimWhitespace(date));
   DateFields fields;
-  if (HasSign(text)) return 0;
+  if (HasSign(text) || text.find('\0') != std::string::npos) return 0;
   if (!ScanFixdate(text.c_str(), fields) && !ScanRfc850(text.c_str(), fields) &&
       !ScanAsctime(text.c_str(), fields)) {
     return 0;

@@ -9,6 +9,7 @@
 
 #include "base/asyncsocketdispatcher.h"
 #include "tests/base/looptest.h"
+#include "tests/support/captured_log.h"
 
 namespace mpbp {
 namespace {
@@ -294,6 +295,38 @@ TEST_F(SocketServerTest, DescriptorsThatSelectCannotWatchAreRefused) {
 
   for (const int fd : fds) close(fd);
   EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+}
+
+TEST_F(SocketServerTest, AtTheDescriptorLimitAcceptingRestsAndThenGoesOn) {
+  const auto listener = MakeListener();
+  Socket accepted;
+  Watcher watcher(listener);
+  watcher.then = [&](const std::string&) {
+    accepted = listener->Accept(nullptr);
+    if (watcher.events.size() % 4 == 0) server()->WakeUp();
+  };
+  const auto client = server()->CreateAsyncSocket(SOCK_STREAM);
+  ASSERT_EQ(client->Connect(listener->GetLocalAddress()), 0);
+  rlimit saved{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+  const int next = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+  close(next);
+  const rlimit none_left{static_cast<rlim_t>(next), saved.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none_left), 0);
+  const test::CapturedLog log;
+  const uint32_t start = Time();
+  // One long wait: nothing else ends it or makes it look again.
+  EXPECT_TRUE(server()->Wait(test::kDeadlineMs, true));
+  const int32_t elapsed = TimeDiff(Time(), start);
+  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+  EXPECT_EQ(watcher.events.size(), 4u);
+  EXPECT_EQ(accepted, nullptr);
+  EXPECT_GE(elapsed, 3 * 99);
+  EXPECT_LE(log.Count("Cannot accept a connection"), 1 + elapsed / 1000);
+  EXPECT_EQ(log.Count("Cannot accept a connection, err=" + std::to_string(EMFILE)),
+            log.Count("Cannot accept a connection"));
+  EXPECT_TRUE(log.Contains("Cannot accept a connection"));
+  EXPECT_TRUE(PumpUntil([&] { return accepted != nullptr; }));
 }
 
 TEST_F(SocketServerTest, ASocketMayGoBeforeOrWhenItsHostNameIsResolved) {

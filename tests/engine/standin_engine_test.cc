@@ -1,14 +1,24 @@
 // The stand-in engine as a process of its own, seen from the other end of the link.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
 #include <spawn.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "engine/enginelock.h"
 #include "engine/json.h"
 #include "engine/mode.h"
 #include "engine/requests.h"
@@ -25,13 +35,68 @@ using testing::StartsWith;
 
 std::string PortFile() { return GetPortFilePath(kPluginPortFile).pathname(); }
 
+std::string LockFile() { return Pathname(PortFile()).folder() + "murmelparlplugin_lock"; }
+std::string LogFile() { return Pathname(PortFile()).folder() + "murmelparlplugin.log"; }
+
+// What a process has open under the name of a descriptor; empty for nothing.
+std::string OpenAs(pid_t pid, const std::string& fd) {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/fd/" + fd, error);
+}
+
+bool HasOpen(pid_t pid, const std::string& path) {
+  for (int fd = 0; fd < 32; ++fd) {
+    if (OpenAs(pid, std::to_string(fd)) == path) return true;
+  }
+  return false;
+}
+
+struct Pipe {
+  Pipe() { EXPECT_EQ(pipe2(fds, O_CLOEXEC | O_NONBLOCK), 0); }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  ~Pipe() {
+    close(fds[0]);
+    CloseWriteEnd();
+  }
+  void CloseWriteEnd() const {
+    if (fds[1] >= 0) close(std::exchange(fds[1], -1));
+  }
+  std::string ReadAvailable() const {
+    char bytes[4096];
+    const ssize_t count = read(fds[0], bytes, sizeof(bytes));
+    return count > 0 ? std::string(bytes, static_cast<size_t>(count)) : "";
+  }
+  // Nobody can write to it any more.
+  bool Ended() const {
+    char byte = 0;
+    return read(fds[0], &byte, 1) == 0;
+  }
+
+  mutable int fds[2];
+};
+
 // One running engine; killed at the end.
 class EngineProcess {
  public:
-  EngineProcess() {
-    char name[] = "MurmelParlPlugin";
-    char* const argv[] = {name, nullptr};
-    EXPECT_EQ(posix_spawn(&pid, MPBP_ENGINE_FILE, nullptr, nullptr, argv, environ), 0);
+  static constexpr int kInherited = -1;
+  static constexpr int kClosed = -2;
+
+  // `output` is where its standard output and error go. Closed means all three standard streams.
+  explicit EngineProcess(const char* argument = nullptr, int output = kInherited) {
+    posix_spawn_file_actions_t actions;
+    EXPECT_EQ(posix_spawn_file_actions_init(&actions), 0);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+      if (output == kClosed) posix_spawn_file_actions_addclose(&actions, stream);
+      if (output >= 0 && stream != STDIN_FILENO) {
+        posix_spawn_file_actions_adddup2(&actions, output, stream);
+      }
+    }
+    std::string name = "MurmelParlPlugin";
+    std::string first = argument ? argument : "";
+    char* const argv[] = {name.data(), argument ? first.data() : nullptr, nullptr};
+    EXPECT_EQ(posix_spawn(&pid, MPBP_ENGINE_FILE, &actions, nullptr, argv, environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
   }
   EngineProcess(const EngineProcess&) = delete;
   EngineProcess& operator=(const EngineProcess&) = delete;
@@ -40,11 +105,64 @@ class EngineProcess {
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
   }
-  bool Ended() { return ended = ended || waitpid(pid, &status, WNOHANG) == pid; }
+  bool Ended() {
+    rusage usage{};
+    if (ended || wait4(pid, &status, WNOHANG, &usage) != pid) return ended;
+    cpu_ms = (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000 +
+             (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
+    return ended = true;
+  }
 
   pid_t pid = 0;
   int status = 0;
   bool ended = false;
+  long cpu_ms = 0;  // once it has ended
+};
+
+// A connection without a plug-in around it, of which there can be very many.
+class BlockingPeer {
+ public:
+  BlockingPeer() {
+    int port = 0;
+    EXPECT_TRUE(ReadPortFile(PortFile(), &port, &cookie_));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    const timeval deadline{30, 0};
+    EXPECT_EQ(setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof(deadline)), 0);
+  }
+  BlockingPeer(const BlockingPeer&) = delete;
+  BlockingPeer& operator=(const BlockingPeer&) = delete;
+  ~BlockingPeer() { close(fd_); }
+
+  void SendCookie() const {
+    const std::string frame = test::RawPeer::Framed(MSG_COOKIE, cookie_);
+    EXPECT_EQ(send(fd_, frame.data(), frame.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(frame.size()));
+  }
+  std::string CookieResponse() const { return test::RawPeer::Framed(MSG_COOKIE_RESPONSE, cookie_); }
+  // The next frame; empty at the end of the stream.
+  std::string ReceiveFrame() const {
+    std::string header = Receive(PluginMessageSocket::kHeaderSize);
+    if (header.size() != PluginMessageSocket::kHeaderSize) return header;
+    uint32_t length = 0;
+    memcpy(&length, header.data() + sizeof(uint16_t), sizeof(length));
+    return header + Receive(ntohl(length));
+  }
+
+ private:
+  std::string Receive(size_t size) const {
+    std::string bytes(size, ' ');
+    const ssize_t count = recv(fd_, bytes.data(), size, MSG_WAITALL);
+    EXPECT_GE(count, 0);
+    bytes.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    return bytes;
+  }
+
+  const int fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  std::string cookie_;
 };
 
 // A plug-in, as far as the engine can tell.
@@ -68,7 +186,7 @@ class StandinEngineTest : public test::LoopTest {
   std::unique_ptr<Plugin> Connect() {
     auto plugin = std::make_unique<Plugin>();
     EXPECT_TRUE(PumpUntil([&] {
-      return test::ReadFile(PortFile()).size() == 20 && plugin->socket.Connect(nullptr);
+      return test::ReadFile(PortFile()).size() >= 20 && plugin->socket.Connect(nullptr);
     }));
     EXPECT_TRUE(PumpUntil([&] { return plugin->watcher.Saw("connected"); }));
     return plugin;
@@ -84,7 +202,7 @@ class StandinEngineTest : public test::LoopTest {
   std::string Next(Plugin& plugin) {
     auto& texts = plugin.watcher.texts;
     if (!PumpUntil([&] { return !texts.empty(); })) return "nothing came";
-    const std::string text = texts.front();
+    std::string text = texts.front();
     texts.erase(texts.begin());
     return text;
   }
@@ -176,21 +294,121 @@ TEST_F(StandinEngineTest, RemovesItsPortFileUnlessItCrashes) {
   }
 }
 
-TEST_F(StandinEngineTest, ASecondEngineTakesOverThePortFileAndKeepsItWhenTheFirstEnds) {
-  StartEngine();
-  const auto first_plugin = Link();
-  const std::string first_file = test::ReadFile(PortFile());
-  const auto first = std::exchange(engine_, std::make_unique<EngineProcess>());
-  ASSERT_TRUE(PumpUntil([&] {
+TEST_F(StandinEngineTest, ASecondEngineWaitsForTheEndOfTheFirst) {
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    StartEngine();
+    const auto plugin = Link();
     const std::string file = test::ReadFile(PortFile());
-    return file.size() == 20 && file != first_file;
-  }));
-  EXPECT_EQ(Ask(*first_plugin, "still served"), "still served");
-  Link();
-  kill(first->pid, SIGTERM);
-  ASSERT_TRUE(PumpUntil([&] { return first->Ended(); }));
-  EXPECT_EQ(test::FileMode(PortFile()), 0600);
-  Link();
+    const auto first = std::exchange(engine_, std::make_unique<EngineProcess>());
+    // It has come as far as to the lock.
+    ASSERT_TRUE(PumpUntil([&] { return HasOpen(engine_->pid, LockFile()); }));
+    EXPECT_EQ(Ask(*plugin, "still served"), "still served");
+    EXPECT_EQ(test::ReadFile(PortFile()), file);
+    kill(first->pid, signal);
+    ASSERT_TRUE(PumpUntil([&] {
+      const std::string now = test::ReadFile(PortFile());
+      return now.size() >= 20 && now != file;
+    }));
+    Link();  // checks whose it is
+    EXPECT_EQ(test::FileMode(LockFile()), 0600);
+  }
+}
+
+TEST_F(StandinEngineTest, ASecondEngineGivesUpOnAFirstOneThatStays) {
+  StartEngine();
+  const auto plugin = Link();
+  const std::string file = test::ReadFile(PortFile());
+  const Pipe output;
+  EngineProcess second(nullptr, output.fds[1]);
+  EngineProcess third;
+  ASSERT_TRUE(PumpUntil([&] { return HasOpen(third.pid, LockFile()); }));
+  kill(third.pid, SIGTERM);
+  EXPECT_TRUE(PumpUntil([&] { return third.Ended(); }));
+  const uint32_t start = Time();
+  while (!second.Ended() && TimeDiff(Time(), start) < 60'000) thread_->ProcessMessages(20);
+  ASSERT_TRUE(second.ended);
+  EXPECT_EQ(second.status, 0);
+  EXPECT_LT(second.cpu_ms, 1000);
+  EXPECT_EQ(output.ReadAvailable(), "MurmelParlPlugin: another one is running.\n");
+  EXPECT_EQ(test::ReadFile(PortFile()), file);
+  EXPECT_EQ(Ask(*plugin, "still served"), "still served");
+}
+
+TEST_F(StandinEngineTest, DetachesItselfOnceItListens) {
+  for (const bool streams : {true, false}) {
+    const Pipe output;
+    engine_.reset();
+    unlink(PortFile().c_str());
+    // Without streams, the numbers of the standard ones must not be given to its lock.
+    engine_ =
+        std::make_unique<EngineProcess>(nullptr, streams ? output.fds[1] : EngineProcess::kClosed);
+    output.CloseWriteEnd();
+    const auto plugin = Link();
+    EXPECT_TRUE(PumpUntil([&] { return output.Ended(); }));
+    EXPECT_EQ(getsid(engine_->pid), engine_->pid);
+    for (const char* const fd : {"0", "1", "2"}) EXPECT_EQ(OpenAs(engine_->pid, fd), "/dev/null");
+    kill(engine_->pid, SIGHUP);
+    EXPECT_EQ(Ask(*plugin, "still here"), "still here");
+    EngineLock lock;
+    EXPECT_EQ(lock.Take(LockFile(), 0), EngineLock::Outcome::kHeldByOther);
+    EXPECT_EQ(test::FileMode(LogFile()), 0600);
+    EXPECT_THAT(test::ReadFile(LogFile()), HasSubstr("MessageSocket listening, port="));
+  }
+}
+
+TEST_F(StandinEngineTest, StaysInTheForegroundWhenToldAndSaysWhatIsWrongBeforeItDetaches) {
+  const Pipe output;
+  engine_ = std::make_unique<EngineProcess>("--foreground", output.fds[1]);
+  auto plugin = Link();
+  EXPECT_THAT(output.ReadAvailable(), HasSubstr("MessageSocket listening, port="));
+  EXPECT_EQ(getsid(engine_->pid), getsid(0));
+  kill(engine_->pid, SIGHUP);
+  ASSERT_TRUE(WaitForEnd());
+  EXPECT_EQ(engine_->status, 0);
+  EXPECT_EQ(test::FileMode(PortFile()), -1);
+
+  engine_ = std::make_unique<EngineProcess>("--forground", output.fds[1]);
+  ASSERT_TRUE(WaitForEnd());
+  EXPECT_EQ(WEXITSTATUS(engine_->status), 2);
+  EXPECT_THAT(output.ReadAvailable(), HasSubstr("takes no arguments but"));
+  unlink(LockFile().c_str());
+  ASSERT_EQ(mkdir(LockFile().c_str(), 0700), 0);
+  engine_ = std::make_unique<EngineProcess>(nullptr, output.fds[1]);
+  ASSERT_TRUE(WaitForEnd());
+  EXPECT_EQ(WEXITSTATUS(engine_->status), 1);
+  EXPECT_THAT(output.ReadAvailable(), HasSubstr("cannot lock " + LockFile()));
+}
+
+TEST_F(StandinEngineTest, ServesHundredsAtATimeAndDisconnectsWhatIsTooMuch) {
+  constexpr size_t kServed = 900;
+  rlimit saved{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+  if (saved.rlim_max < 2048) GTEST_SKIP() << "too few descriptors";
+  const auto limit = [&](rlim_t now) {
+    const rlimit value{now, saved.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &value), 0);
+  };
+  limit(256);  // the engine raises it for itself
+  StartEngine();
+  limit(2048);
+  ASSERT_TRUE(PumpUntil([] { return test::ReadFile(PortFile()).size() >= 20; }));
+  {
+    std::list<BlockingPeer> peers(kServed);
+    for (BlockingPeer& peer : peers) peer.SendCookie();
+    for (BlockingPeer& peer : peers) {
+      ASSERT_EQ(peer.ReceiveFrame(), peer.CookieResponse());
+      ASSERT_THAT(peer.ReceiveFrame().substr(PluginMessageSocket::kHeaderSize),
+                  StartsWith("[\"qw\","));
+    }
+    // Fills the places that are left, and more.
+    std::list<BlockingPeer> more(FD_SETSIZE - kServed);
+    BlockingPeer too_much;
+    EXPECT_EQ(too_much.ReceiveFrame(), "");
+    peers.front().SendCookie();
+    EXPECT_EQ(peers.front().ReceiveFrame(), peers.front().CookieResponse());
+  }
+  limit(saved.rlim_cur);
+  Link();  // the places are free again
 }
 
 TEST_F(StandinEngineTest, AsksThePluginAndTellsThePageWhatItAnswered) {
@@ -231,6 +449,58 @@ TEST_F(StandinEngineTest, AsksThePluginAndTellsThePageWhatItAnswered) {
   }
   ASSERT_TRUE(plugin->socket.Send(R"(["comment","JS layer took 1001ms to handle message."])"));
   EXPECT_EQ(Ask(*plugin, "next"), "next");
+}
+
+// What the plug-in would do with a text of the engine.
+bool IsTakenByThePlugin(const std::string& text) {
+  for (const char* const word : {"\"qw\"", "\"httprequest\"", "\"getproxyforurl\""}) {
+    if (text.find(word) != std::string::npos) return true;
+  }
+  const std::optional<Json::Value> message = ParseMessage(text);
+  return message && (*message)[0].asString().starts_with("mpbp-");
+}
+
+TEST_F(StandinEngineTest, WhatThePluginWouldActOnComesBackInQuotesWhateverBringsIt) {
+  StartEngine();
+  const auto plugin = Link();
+  const std::string texts[] = {
+      R"(["httprequest",1,{"host":"127.0.0.1","path":"/","port":1,"proto":"http","verb":"GET"}])",
+      R"(["echo","getproxyforurl"])",
+      R"(["slow",1,{"httprequest":1}])",
+      R"(["slow","malformed","qw"])",
+      R"(no JSON "httprequest" either)",
+      "\xEF\xBB\xBF [ /* \\*/ \"mpbp-start-remoting\",\"a\"]",
+      R"(["mpbp\u002dstop-remoting","a"])",
+      R"(["\u006Dpbp-request-permission","1",0,1] and more)",
+      R"(["mpbp-start-remoting","a")",
+      R"([["mpbp-start-remoting","a"]])",
+  };
+  for (const std::string& text : texts) {
+    const std::string echo = Ask(*plugin, text);
+    EXPECT_FALSE(IsTakenByThePlugin(echo)) << echo;
+    EXPECT_EQ(ParseMessage(echo).value_or(Json::nullValue), MakeMessage("echo-quoted", text));
+  }
+  for (const std::string text : {R"(["say httprequest and qwerty"])", R"(["mpbp-","qw "])"}) {
+    EXPECT_EQ(Ask(*plugin, text), text);
+  }
+  // Words within what is told about answers, the page's and a fetched page's.
+  const std::string id = AskParsed(*plugin, R"(["ask-http","GET","http://h/"])")[1].asString();
+  const std::string proxy_id = AskParsed(*plugin, R"(["ask-proxy","qw"])")[1].asString();
+  const std::string tag = AskParsed(*plugin, R"(["ask-permission",0])")[3].asString();
+  Ask(*plugin, R"(["remoting-begin","getproxyforurl"])");
+  const std::string answers[] = {
+      R"(["httpresponse",)" + id + R"(,{"qw":1},"[\"httprequest\"]",["getproxyforurl"]])",
+      R"(["proxyforurl",)" + proxy_id + R"(,"httprequest"])",
+      R"(["mpbp-request-permission-result",0,")" + tag + "\"," + tag + R"(,["httprequest"]])",
+      R"(["mpbp-terminate-remoting-event","","getproxyforurl"])",
+      R"(["httpresponse",1,"httprequest"])"};
+  for (const std::string& answer : answers) {
+    const std::string told = Ask(*plugin, answer);
+    EXPECT_FALSE(IsTakenByThePlugin(told)) << told;
+    EXPECT_THAT(ParseMessage(told).value_or(Json::nullValue)[0].asString(),
+                testing::AnyOf("http-result", "proxy-result", "permission-result", "remoting-ended",
+                               "unasked"));
+  }
 }
 
 TEST_F(StandinEngineTest, MisbehavesAsTold) {
@@ -292,12 +562,17 @@ TEST(EnginePiecesTest, UrlsAndSwitchesAreKnownOrRefused) {
   }
 }
 
-TEST(EnginePiecesTest, WordsThatThePluginActsOnStandAtTheBeginningOnly) {
-  const std::string text =
-      WriteMessage(MakeMessage("httprequest", "httprequest", "getproxyforurl"));
-  EXPECT_EQ(text.rfind("\"httprequest\""), 1u);
-  EXPECT_EQ(text.find("\"getproxyforurl\""), std::string::npos);
-  EXPECT_EQ(ParseMessage(text).value_or(Json::Value())[2].asString(), "getproxyforurl");
+TEST(EnginePiecesTest, WordsOfThePluginStandAsTheyAreAtTheBeginningOnly) {
+  const Json::Value message =
+      MakeMessage("httprequest", "httprequest", R"("getproxyforurl" \"qw\" httprequest)", "qwerty");
+  const std::string text = WriteMessage(message);
+  EXPECT_EQ(text, R"(["httprequest","\u0068ttprequest","\"\u0067etproxyforurl\" \\\"\u0071w\\\" )"
+                  R"(httprequest","qwerty"])");
+  EXPECT_EQ(ParseMessage(text), message);
+  // Many words take no longer than many letters.
+  std::string many;
+  while (many.size() < 4'000'000) many += "\"qw\"";
+  EXPECT_EQ(WriteMessage(MakeMessage("", many)).size(), 5 + many.size() / 4 * 11 + 2);
 }
 
 }  // namespace

@@ -275,6 +275,8 @@ TEST_F(MessageSocketTest, TheListenerMayBeDeletedWhenItAccepts) {
   listener_->SignalAccepted.Connect(&deleter, &Deleter::OnAccepted);
   LinkWatcher watcher(client_.get());
   ASSERT_TRUE(client_->Connect(nullptr));
+  const auto behind = server()->CreateAsyncSocket(SOCK_STREAM);  // waits in the same event
+  ASSERT_EQ(behind->Connect(SocketAddress::Loopback(static_cast<uint16_t>(listener_->port()))), 0);
   EXPECT_TRUE(PumpUntil([&] { return watcher.Saw("closed"); }));
   EXPECT_EQ(FileMode(path_), -1);
 }

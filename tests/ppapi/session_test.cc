@@ -7,8 +7,10 @@
 
 #include "base/filesystem.h"
 #include "engineprocesses.h"
+#include "jsontext.h"
 #include "tests/ppapi/module_fixture.h"
 #include "tests/support/child_process.h"
+#include "tests/support/http_server.h"
 
 namespace mpbp::test {
 namespace {
@@ -105,6 +107,37 @@ TEST_F(Session, AnEngineThatHasEndedWithoutATraceIsStartedAgain) {
   ASSERT_TRUE(RunUntilText(kDead));
   ASSERT_TRUE(RunUntilStarting("[\"qw\"", 2));
   EXPECT_THAT(Log(), HasSubstr("Possible quern crash; attempting to restart quern."));
+}
+
+TEST_F(Session, APageCannotActThroughTheEcho) {
+  HttpServer server([](const HttpServerRequest&) { return HttpServerResponse(); });
+  CreatePage();
+  ASSERT_EQ(Listen(), std::nullopt);
+  ASSERT_TRUE(RunUntilStarting("[\"qw\""));
+  texts_.clear();
+  const std::string fetch = R"(1,{"host":"127.0.0.1","path":"/","port":)" +
+                            std::to_string(server.port()) +
+                            R"(,"proto":"http","verb":"GET"},"",""])";
+  const std::string texts[] = {
+      "[\"httprequest\"," + fetch,
+      "[\"\\u0068ttprequest\"," + fetch,
+      "[\"slow\",1,\"httprequest\"]",
+      "[\"getproxyforurl\",1,\"http://a.example/\"]",
+      "[\"mpbp-request-permission\",\"1\",0,1]",
+      "[/**/\"mpbp-start\\u002dremoting\",\"a\"]",
+      "[\"mpbp-stop-remoting\",1]",
+  };
+  for (size_t i = 0; i < std::size(texts); ++i) {
+    EXPECT_EQ(page_->Send(texts[i]).exception, std::nullopt);
+    ASSERT_TRUE(RunUntil([&] { return texts_.size() > i; })) << texts[i];
+    const Json::Value echo = ParseJson(texts_[i]).value_or(Json::nullValue);
+    EXPECT_EQ(AsString(ElementAt(echo, 0)), "echo-quoted");
+    EXPECT_EQ(AsString(ElementAt(echo, 1)), texts[i]);
+  }
+  EXPECT_EQ(page_->Send("the end").exception, std::nullopt);
+  ASSERT_TRUE(RunUntilText("the end"));
+  EXPECT_EQ(texts_.size(), std::size(texts) + 1);  // no answer of the plug-in's was passed on
+  EXPECT_TRUE(server.requests().empty());
 }
 
 }  // namespace
