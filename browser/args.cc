@@ -44,13 +44,13 @@ QString TakeMapping(Parser& parser, const QString& value) {
 }
 
 const std::map<QString, TakeValue>& ValueOptions() {
-  const auto text = [](QString BrowserArgs::*field) {
+  const auto text = [](auto field) {
     return [field](Parser& parser, const QString& value) {
       parser.args->*field = value;
       return value.isEmpty() ? QString("is empty") : QString();
     };
   };
-  const auto list = [](QStringList Parser::*field) {
+  const auto list = [](auto field) {
     return [field](Parser& parser, const QString& value) {
       (parser.*field).append(value);
       return value.isEmpty() ? QString("is empty") : QString();

@@ -105,6 +105,7 @@ void BrowserEnvironment::SetArguments(const BrowserArgs& args, const char* progr
   }
 
   words_.push_back(program);
+  words_.push_back("--webEngineArgs");  // Qt 6 reads only what follows this; Qt 5 has no such word
   for (const QString& flag : flags) words_.push_back(flag.toStdString());
   for (std::string& word : words_) argv_.push_back(word.data());
   argc_ = static_cast<int>(argv_.size());

@@ -36,18 +36,20 @@ bool MakeDataUrl(const QDir& folder, const QString& reference, QString* url, QSt
   if (!ReadFile(folder.filePath(reference), &bytes, error)) return false;
   const QString type =
       QMimeDatabase().mimeTypeForFile(reference, QMimeDatabase::MatchExtension).name();
-  // Errors and console lines then name the file that they come from.
+  // Stack traces then name the file that they come from; console lines do by the name in the
+  // address, which some engines give instead.
   if (type == "application/javascript") {
     bytes += "\n//# sourceURL=" + reference.toUtf8() + "\n";
   }
-  *url = QString("data:%1;charset=utf-8;base64,%2").arg(type, QString(bytes.toBase64()));
+  const QByteArray name = QUrl::toPercentEncoding(QFileInfo(reference).fileName());
+  *url = "data:" + type + ";charset=utf-8;name=" + name + ";base64," + bytes.toBase64();
   return true;
 }
 
 bool ReplaceReferences(const QDir& folder, QString* html, QString* error) {
   static const QRegularExpression kPattern(kReference, QRegularExpression::CaseInsensitiveOption);
   QString result;
-  int copied = 0;
+  qsizetype copied = 0;
   for (auto matches = kPattern.globalMatch(*html); matches.hasNext();) {
     const QRegularExpressionMatch match = matches.next();
     QString url;

@@ -1,6 +1,7 @@
 #include "browser/page.h"
 
 #include <QCloseEvent>
+#include <QRegularExpression>
 #include <QWebEngineSettings>
 #include <cstdio>
 
@@ -28,9 +29,13 @@ const char* LevelName(QWebEnginePage::JavaScriptConsoleMessageLevel level) {
   return "info";
 }
 
-// The last part of the script's address; the text of a page shown from a file has none.
+// The last part of the script's address, or the name that ReadLocalPage has put into it; the text
+// of a page shown from a file has none.
 QString SourceName(const QString& source) {
-  if (source.isEmpty() || source.startsWith("data:")) return "page";
+  static const QRegularExpression kNamed("^data:[^,]*;name=([^;,]+)");
+  const QRegularExpressionMatch named = kNamed.match(source);
+  if (named.hasMatch()) return QUrl::fromPercentEncoding(named.captured(1).toUtf8());
+  if (source.startsWith("data:")) return "page";
   const QString name = QUrl(source).fileName();
   return name.isEmpty() ? "page" : name;
 }
@@ -52,6 +57,15 @@ Page::Page(QWebEngineProfile* profile, PageWindow* window, PageObserver* observe
             PrintEvent("crashed", QString("the page's process ended, code %1").arg(code));
             observer_->OnLoadFinished(window, false);
           });
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+  connect(this, &QWebEnginePage::certificateError, this, [this](QWebEngineCertificateError error) {
+    if (AcceptsCertificate(error.url().host(), error.description())) {
+      error.acceptCertificate();
+    } else {
+      error.rejectCertificate();
+    }
+  });
+#endif
   connect(this, &QWebEnginePage::windowCloseRequested, window, &QWidget::close);
 }
 
@@ -68,11 +82,17 @@ void Page::javaScriptConsoleMessage(JavaScriptConsoleMessageLevel level, const Q
   if (is_number && status <= 255) observer_->OnExitRequested(static_cast<int>(status));
 }
 
-bool Page::certificateError(const QWebEngineCertificateError& error) {
-  if (observer_->IsMappedToLoopback(error.url().host())) return true;
-  PrintEvent("certificate", error.url().host() + ": " + error.errorDescription());
+bool Page::AcceptsCertificate(const QString& host, const QString& fault) const {
+  if (observer_->IsMappedToLoopback(host)) return true;
+  PrintEvent("certificate", host + ": " + fault);
   return false;
 }
+
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+bool Page::certificateError(const QWebEngineCertificateError& error) {
+  return AcceptsCertificate(error.url().host(), error.errorDescription());
+}
+#endif
 
 QWebEnginePage* Page::createWindow(WebWindowType) { return observer_->OnNewWindow()->page(); }
 

@@ -39,10 +39,15 @@ class Page : public QWebEnginePage {
  protected:
   void javaScriptConsoleMessage(JavaScriptConsoleMessageLevel level, const QString& text, int line,
                                 const QString& source) override;
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
   bool certificateError(const QWebEngineCertificateError& error) override;
+#endif
   QWebEnginePage* createWindow(WebWindowType type) override;
 
  private:
+  // Decides about a certificate that the browser engine does not trust; prints a refusal.
+  [[nodiscard]] bool AcceptsCertificate(const QString& host, const QString& fault) const;
+
   PageObserver* observer_;
   int number_;
 };

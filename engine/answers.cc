@@ -49,10 +49,9 @@ bool Client::ProxyAnswered(const Json::Value& message, const std::string&) {
 
 bool Client::PermissionAnswered(const Json::Value& message, const std::string&) {
   const std::optional<uint32_t> tag = IdAt(message, 3);
-  const auto asked = tag ? permission_asked_.find(*tag) : permission_asked_.end();
-  if (asked == permission_asked_.end() || StringAt(message, 2) != std::to_string(*tag)) {
-    return false;
-  }
+  if (!tag || StringAt(message, 2) != std::to_string(*tag)) return false;
+  const auto asked = permission_asked_.find(*tag);
+  if (asked == permission_asked_.end()) return false;
   const int kind = asked->second;
   permission_asked_.erase(asked);
   Send(MakeMessage("permission-result", kind, ElementAt(message, 4)));

@@ -70,8 +70,8 @@ void ModuleObject::Deallocate() {
   if (object_class->Deallocate != nullptr) object_class->Deallocate(data_);
 }
 
-template <typename F>
-bool ModuleObject::Usable(F PPP_Class_Deprecated::*function, const char* name, Thrown& thrown) {
+template <typename Member>
+bool ModuleObject::Usable(Member function, const char* name, Thrown& thrown) {
   if (class_ == nullptr) {
     thrown = "the plug-in object is gone";
     return false;

@@ -41,8 +41,9 @@ class ModuleObject final : public ScriptObject {
   class Exception;
 
   void OnUnreferenced() override { Deallocate(); }
-  template <typename F>
-  bool Usable(F PPP_Class_Deprecated::*function, const char* name, Thrown& thrown);
+  // `function` is a member of PPP_Class_Deprecated.
+  template <typename Member>
+  bool Usable(Member function, const char* name, Thrown& thrown);
   bool Ask(bool (*PPP_Class_Deprecated::*question)(void*, PP_Var, PP_Var*), const char* what,
            const Value& name, Thrown& thrown);
   // Takes over the reference that comes with a result.

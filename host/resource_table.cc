@@ -51,6 +51,7 @@ size_t ResourceTable::references() const {
 
 std::vector<std::string> ResourceTable::Describe() const {
   std::vector<std::string> texts;
+  texts.reserve(entries_.size());
   for (const auto& [handle, entry] : entries_) {
     texts.push_back(entry.kind + " with " + std::to_string(entry.references) + " references");
   }

@@ -83,6 +83,7 @@ void PlainObject::RemoveProperty(const Value& name, Thrown& /*thrown*/) {
 
 std::vector<std::string> PlainObject::PropertyNames(Thrown& /*thrown*/) {
   std::vector<std::string> names;
+  names.reserve(properties_.size());
   for (const auto& [name, value] : properties_) names.push_back(name);
   return names;
 }

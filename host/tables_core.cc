@@ -90,7 +90,7 @@ const void* FindCoreTable(const std::string& name) {
        {PPB_VIEW_INTERFACE_1_1, PPB_VIEW_INTERFACE_1_0, PPB_INPUT_EVENT_INTERFACE_1_0,
         PPB_KEYBOARD_INPUT_EVENT_INTERFACE_1_0, PPB_MOUSE_INPUT_EVENT_INTERFACE_1_1,
         PPB_WHEEL_INPUT_EVENT_INTERFACE_1_0, PPB_TOUCH_INPUT_EVENT_INTERFACE_1_0}) {
-    if (name == uncalled) return kUncalled.data();
+    if (name == uncalled) return static_cast<const void*>(kUncalled.data());
   }
   return nullptr;
 }

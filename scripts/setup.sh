@@ -1,14 +1,16 @@
-# Sourced by the other scripts: installs what is missing on a Debian 12 machine, and builds.
+# Sourced by the other scripts: installs what is missing on a Debian 12 or 13 machine, and builds.
 
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build pkg-config libjsoncpp-dev libcurl4-openssl-dev libgtest-dev
                 libgmock-dev)
 test_packages=(python3 openssl procps)
-check_packages=(clang-14 clang-format-14 clang-tidy-14 binutils git)
+check_packages=(clang clang-format clang-tidy binutils git)
 browser_packages=(qtwebengine5-dev libqt5webenginewidgets5 xvfb xauth libgl1-mesa-dri
                   fonts-dejavu-core python3)
 fuzz_packages=(clang libclang-rt-dev)
+# Debian 12 has a second engine that takes modules; that of Debian 13 does no more.
+if grep -qx 'VERSION_ID="12"' /etc/os-release; then browser_packages+=(qt6-webengine-dev); fi
 
 # install PACKAGE...: those that are not there yet, as root or with sudo.
 install() {

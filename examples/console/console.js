@@ -88,10 +88,11 @@
   }
 
   const NOTICES = {
-    missing: () => ['bad', 'The plug-in is not installed in this browser',
+    missing: () => ['bad', 'There is no plug-in for this page',
       'Nothing here handles the type application/x-murmelparl. Open this page with mpbp-browser, ' +
       'or start the browser with\n--register-pepper-plugins="/path/to/libmpbppapiplugin.so;' +
-      'application/x-murmelparl"'],
+      'application/x-murmelparl"' + ('pdfViewerEnabled' in navigator ? '\nA newer browser looks ' +
+      'the same when the plug-in is there, but does not serve ' + location.origin + '.' : '')],
     refused: () => ['bad', 'The plug-in does not serve this page',
       'It is installed, but ' + location.origin + ' is not on its list of addresses: it takes its ' +
       'standard hosts over https only, and hosts of the corporate domains when ' +

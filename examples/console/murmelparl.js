@@ -20,7 +20,8 @@
  *   dead        the link to the engine broke
  *   killed      the engine was ended because this or another page asked for it
  *   closed      close() was called
- *   missing     this browser has no plug-in for the type          (open() has rejected)
+ *   missing     this browser has no plug-in for the type          (open() has rejected);
+ *               a newer browser does not list its plug-ins, there it may be refused as well
  *   refused     the plug-in does not serve the page's address, or its module cannot be loaded;
  *               a page cannot tell these apart                    (open() has rejected)
  *
@@ -47,6 +48,8 @@
   'use strict';
 
   const STEPS = Object.freeze(['port file', 'connect', 'engine start', 'connected', 'closed']);
+  // Browsers with this property list nothing but their PDF viewer.
+  const LISTS_PLUGINS = !('pdfViewerEnabled' in navigator);
   const STUCK_AFTER = 5; // attempts, one a second
 
   class LinkError extends Error {
@@ -178,9 +181,7 @@
       const element = this._makeElement();
       if (typeof element.version !== 'string') {
         element.remove();
-        this._fail(navigator.mimeTypes[this._options.type]
-          ? new LinkError('refused', 'The plug-in does not serve pages of ' + location.origin + '.')
-          : new LinkError('missing', 'This browser has no plug-in for ' + this._options.type + '.'));
+        this._fail(this._whyNoPlugin());
         return;
       }
       this._element = element;
@@ -193,6 +194,14 @@
         if (this._early) this._early.push(receive);
         else receive();
       };
+    }
+
+    _whyNoPlugin() {
+      const type = this._options.type;
+      const refusal = 'the plug-in does not serve pages of ' + location.origin + '.';
+      if (navigator.mimeTypes[type]) return new LinkError('refused', 'There is one, but ' + refusal);
+      return new LinkError('missing', 'This browser has no plug-in for ' + type +
+        (LISTS_PLUGINS ? '.' : ', or ' + refusal));
     }
 
     _makeElement() {

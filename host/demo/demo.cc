@@ -142,7 +142,7 @@ void Demo::NoteEngine(const std::string& announcement) {
     engine_ = message[1]["pid"].asInt();
     if (engine_ > 0) engines_.insert(engine_);
   } catch (const std::exception&) {
-    // An announcement of another shape: this engine cannot be killed by its id.
+    Say("an engine announced itself without a process id");
   }
 }
 

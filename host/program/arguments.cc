@@ -34,7 +34,9 @@ bool AddConnectTo(const std::string& text, Arguments& arguments) {
   return colons == 3;
 }
 
-Setter SetText(std::string Arguments::*field) {
+using TextField = std::string Arguments::*;
+
+Setter SetText(TextField field) {
   return [field](const std::string& text, Arguments& arguments) {
     arguments.*field = text;
     return !text.empty();

@@ -28,7 +28,7 @@ void OnStopSignal(int /*signal*/) {
 
 bool CatchStopSignals() {
   stop_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  struct sigaction action {};
+  struct sigaction action = {};
   action.sa_handler = &OnStopSignal;
   return stop_fd >= 0 && sigaction(SIGINT, &action, nullptr) == 0 &&
          sigaction(SIGTERM, &action, nullptr) == 0;

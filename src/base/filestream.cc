@@ -15,7 +15,7 @@ namespace {
 int OpenFlags(std::string_view mode) {
   if (mode.size() == 2 && mode[1] == 'b') mode.remove_suffix(1);
   if (mode == "r") return O_RDONLY;
-  if (mode == "w") return O_WRONLY | O_CREAT | O_TRUNC;
+  if (mode == "w") return O_WRONLY | O_CREAT | O_TRUNC | O_APPEND;
   if (mode == "a") return O_WRONLY | O_CREAT | O_APPEND;
   return -1;
 }
@@ -30,7 +30,7 @@ bool IsSafeToUse(const struct stat& status, int flags) {
 int OpenDescriptor(const std::string& path, int flags) {
   const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
   if (fd < 0) return -1;
-  struct stat status {};
+  struct stat status = {};
   int error = 0;
   if (fstat(fd, &status) != 0) {
     error = errno;
@@ -116,7 +116,7 @@ bool FileStream::Flush() {
 }
 
 bool FileStream::GetSize(size_t* size) {
-  struct stat status {};
+  struct stat status = {};
   if (!Flush() || fstat(fileno(file_.get()), &status) != 0) return false;
   *size = static_cast<size_t>(status.st_size);
   return true;

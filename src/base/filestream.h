@@ -20,9 +20,10 @@ class FileStream : public StreamInterface {
 
   FileStream() = default;
 
-  // `mode` is "r", "w" or "a" in fopen's sense, with an optional "b". A file that was open is
-  // closed first. On failure *error, which may be null, is an errno value: EINVAL for another mode,
-  // ENXIO for a kind of file that is refused.
+  // `mode` is "r", "w" or "a" in fopen's sense, with an optional "b". Every write goes to the end
+  // of the file, so that processes that share a log do not write over each other's lines. A file
+  // that was open is closed first. On failure *error, which may be null, is an errno value: EINVAL
+  // for another mode, ENXIO for a kind of file that is refused.
   [[nodiscard]] bool Open(const std::string& path, const char* mode, int* error);
   // Open with sharing flags. No file is locked against other openers here, whatever they say.
   [[nodiscard]] bool OpenShare(const std::string& path, const char* mode, int share_flags,

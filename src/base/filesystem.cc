@@ -90,7 +90,7 @@ bool DirectoryIterator::Next() {
 
 bool DirectoryIterator::IsDirectory() const {
   if (entry_->d_type != DT_UNKNOWN && entry_->d_type != DT_LNK) return entry_->d_type == DT_DIR;
-  struct stat status {};
+  struct stat status = {};
   return fstatat(dirfd(dir_.get()), entry_->d_name, &status, 0) == 0 && S_ISDIR(status.st_mode);
 }
 
@@ -147,7 +147,7 @@ bool Filesystem::IsTemporaryPath(std::string_view path) {
 
 bool Filesystem::CreateFolder(const std::string& folder, mode_t mode) {
   if (folder.empty() || folder.back() != '/') return false;
-  struct stat status {};
+  struct stat status = {};
   if (stat(folder.c_str(), &status) == 0) return S_ISDIR(status.st_mode);
   if (errno != ENOENT) return false;
   // Ends: "/" exists, and a path longer than the system takes fails above with ENAMETOOLONG.
@@ -178,12 +178,12 @@ bool Filesystem::DeleteFile(const std::string& path) {
 }
 
 bool Filesystem::IsFile(const std::string& path) {
-  struct stat status {};
+  struct stat status = {};
   return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool Filesystem::IsFolder(const std::string& path) {
-  struct stat status {};
+  struct stat status = {};
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 

@@ -107,7 +107,7 @@ class Program {
     } else {
       paths_.emplace_back(name);
     }
-    for (char* const* word = argv; *word && *++word;) shell_words_.push_back(*word);
+    for (char* const* word = *argv ? argv + 1 : argv; *word; ++word) shell_words_.push_back(*word);
     shell_words_.push_back(nullptr);
   }
 

@@ -18,7 +18,7 @@ bool SetNonBlocking(int fd) {
 }  // namespace
 
 bool InstallSignalDisposition(int signum, void (*handler)(int)) {
-  struct sigaction action {};
+  struct sigaction action = {};
   action.sa_handler = handler;
   action.sa_flags = SA_RESTART;
   if (sigemptyset(&action.sa_mask) != 0) {

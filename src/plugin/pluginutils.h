@@ -15,8 +15,8 @@ namespace mpbp {
 // engine's process was started, not that its program exists. Blocks for two forks.
 [[nodiscard]] bool LaunchEngine(int* error);
 
-// For whoever wants an engine to be there soon: as LaunchEngine, but a launch of this process that is
-// less than a second old and worked counts as this one, so that the pages of a session that is
+// For whoever wants an engine to be there soon: as LaunchEngine, but a launch of this process that
+// is less than a second old and worked counts as this one, so that the pages of a session that is
 // restored start one engine. From any thread.
 [[nodiscard]] bool ShareEngineLaunch(int* error);
 // The next ShareEngineLaunch starts an engine in any case: the one that was started may be dead.

@@ -59,6 +59,17 @@ TEST_F(FilesTest, StreamsReadLinesWhateverTheyHoldInBoundedMemory) {
   EXPECT_EQ(EFBIG, error);
 }
 
+TEST_F(FilesTest, TwoThatBeganTheSameFileDoNotWriteOverEachOther) {
+  FileStream first, second;
+  ASSERT_TRUE(first.Open(path_, "w", nullptr) && first.DisableBuffering());
+  ASSERT_EQ(StreamResult::SR_SUCCESS, first.WriteAll("lost when the other begins\n"));
+  ASSERT_TRUE(second.Open(path_, "w", nullptr) && second.DisableBuffering());
+  ASSERT_EQ(StreamResult::SR_SUCCESS, second.WriteAll("one\n"));
+  ASSERT_EQ(StreamResult::SR_SUCCESS, first.WriteAll("two\n"));
+  ASSERT_EQ(StreamResult::SR_SUCCESS, second.WriteAll("three\n"));
+  EXPECT_EQ("one\ntwo\nthree\n", ReadFileText(path_, 100));
+}
+
 TEST_F(FilesTest, StreamsRefuseWhatIsNoFileWithoutWaiting) {
   FileStream stream;
   ASSERT_EQ(0, mkfifo((dir_ / "fifo").c_str(), 0600));

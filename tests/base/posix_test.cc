@@ -47,7 +47,7 @@ std::set<std::string> EntryNames(const std::string& folder) {
 class ScopedSignal {
  public:
   ScopedSignal(int signal, void (*handler)(int), int flags = 0) : signal_(signal) {
-    struct sigaction action {};
+    struct sigaction action = {};
     action.sa_handler = handler;
     action.sa_flags = flags;  // no SA_RESTART: calls are interrupted
     EXPECT_EQ(0, sigaction(signal, &action, &previous_));
@@ -58,7 +58,7 @@ class ScopedSignal {
 
  private:
   int signal_;
-  struct sigaction previous_ {};
+  struct sigaction previous_ = {};
 };
 
 class PosixTest : public testing::Test {
@@ -112,11 +112,8 @@ TEST_F(PosixTest, ADaemonIsDetachedWithThreeDescriptorsAndStandardSignals) {
   const std::string proc = "/proc/" + std::to_string(pid);
   ASSERT_TRUE(WaitUntil([&proc] { return ReadFile(proc + "/comm") == "sleep\n"; }, kDeadlineMs));
   // A program that starts opens files for a moment; what it inherited would stay.
-  EXPECT_TRUE(WaitUntil(
-      [&proc] {
-        return EntryNames(proc + "/fd") == std::set<std::string>{"0", "1", "2"};
-      },
-      kDeadlineMs));
+  const std::set<std::string> standard = {"0", "1", "2"};
+  EXPECT_TRUE(WaitUntil([&] { return EntryNames(proc + "/fd") == standard; }, kDeadlineMs));
   EXPECT_EQ("/", std::filesystem::read_symlink(proc + "/cwd").string());
   const std::string status = ReadFile(proc + "/status");
   EXPECT_THAT(status, testing::HasSubstr("SigBlk:\t0000000000000000\n"));

@@ -14,6 +14,7 @@ import unittest
 from server import HERE, Server
 
 BUILD = pathlib.Path(os.environ.get("MPBP_BUILD_DIR", HERE.parent.parent / "build"))
+PROGRAM = os.environ.get("MPBP_BROWSER", BUILD / "mpbp-browser")
 MODULE = str(BUILD / "libmpbppapiplugin.so")
 # Whether the module runs in the page's process, not in one of its own.
 IN_PROCESS = os.environ.get("MPBP_IN_PROCESS") == "1"
@@ -56,7 +57,7 @@ class Profile:
 
 
 class Browser:
-    """A running mpbp-browser. Its console lines are read in the background."""
+    """A running mpbp-browser, of whichever Qt. Its console lines are read in the background."""
 
     def __init__(self, profile, arguments):
         self.record = profile.path / "processes"
@@ -64,21 +65,26 @@ class Browser:
         environment = dict(os.environ, MPBP_PROCESS_RECORD=str(self.record), HOME=str(profile.path))
         environment["QTWEBENGINE_CHROMIUM_FLAGS"] = (
             f"--ppapi-plugin-launcher={wrapper} --renderer-cmd-prefix={wrapper}")
-        command = [BUILD / "mpbp-browser", "--headless", "--profile", profile.path, "--module", MODULE]
+        command = [PROGRAM, "--headless", "--profile", profile.path, "--module", MODULE]
         command += ["--in-process"] * IN_PROCESS + list(arguments)
         self.process = subprocess.Popen(
             command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT, encoding="utf-8", errors="replace")
+            stderr=subprocess.PIPE, encoding="utf-8", errors="replace")
         self.output = []
         self._lines = queue.Queue()
-        self._reader = threading.Thread(target=self._read)
-        self._reader.start()
+        # Two pipes: in one, the logs of other processes would cut long console lines in two.
+        self._readers = [threading.Thread(target=self._read, args=stream) for stream in (
+            (self.process.stdout, self._lines), (self.process.stderr, None))]
+        for reader in self._readers:
+            reader.start()
 
-    def _read(self):
-        for line in self.process.stdout:
+    def _read(self, stream, lines):
+        for line in stream:
             self.output.append(line)
-            self._lines.put(line)
-        self._lines.put(None)
+            if lines is not None:
+                lines.put(line)
+        if lines is not None:
+            lines.put(None)
 
     def report(self, name):
         """The value that a page reported under `name`; whatever it prints before is skipped."""
@@ -108,8 +114,10 @@ class Browser:
 
     def drain(self):
         """Reads to the end of the output, which an engine started by the module holds open too."""
-        self._reader.join()
+        for reader in self._readers:
+            reader.join()
         self.process.stdout.close()
+        self.process.stderr.close()
 
 
 class BrowserTestCase(unittest.TestCase):

@@ -2,12 +2,12 @@
 import struct
 import subprocess
 
-from harness import BUILD, MODULE, BrowserTestCase
+from harness import MODULE, PROGRAM, BrowserTestCase
 
 
 class ProgramTest(BrowserTestCase):
     def run_program(self, *words):
-        return subprocess.run([BUILD / "mpbp-browser", *words], capture_output=True, text=True,
+        return subprocess.run([PROGRAM, *words], capture_output=True, text=True,
                               timeout=40, check=False)
 
     def write_page(self, name, text):
@@ -45,6 +45,7 @@ class ProgramTest(BrowserTestCase):
         browser = self.open((page, "https://shown.example/a"), arguments=[
             "--dark", "--run-for", "1", "--window", "400x300", "--screenshot", picture])
         self.assertEqual(0, browser.wait())
+        browser.drain()
         self.assertIn("[page 1 warning script.js:2] https://shown.example/a ä rgb(1, 2, 3) true\n",
                       browser.output)
         self.assertEqual((400, 300), struct.unpack(">II", picture.read_bytes()[16:24]))

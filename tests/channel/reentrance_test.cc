@@ -45,10 +45,10 @@ TEST_P(Reentrance, ThePageMayActInsideAnyText) {
   const auto [act, at] = GetParam();
   int seen = 0;
   bool acted = false;
-  page_.on_text = [&, act = act, at = at](const std::string&) {
-    if (seen++ != at || acted || !channel_) return;
+  page_.on_text = [&, what = act, when = at](const std::string&) {
+    if (seen++ != when || acted || !channel_) return;
     acted = true;
-    Do(act);
+    Do(what);
   };
   // No engine, then one that dies after it spoke, then one that dies before: every text there is.
   Start();

@@ -52,7 +52,7 @@ inline std::string ReadFile(const std::string& path) {
 
 // The permission bits, -1 when the path does not exist.
 inline int FileMode(const std::string& path) {
-  struct stat status {};
+  struct stat status = {};
   return stat(path.c_str(), &status) == 0 ? static_cast<int>(status.st_mode & 07777) : -1;
 }
 

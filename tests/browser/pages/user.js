@@ -9,8 +9,9 @@
   const report = (name, value) => console.log('report ' + name + ' ' + JSON.stringify(value));
 
   if (location.search === '?refused') {
-    report('notice', [document.getElementById('badge').dataset.state,
-      document.getElementById('notice').hidden]);
+    const notice = document.getElementById('notice');
+    report('notice', [document.getElementById('badge').dataset.state, notice.hidden,
+      notice.textContent.includes(location.origin), 'pdfViewerEnabled' in navigator]);
     return console.log('mpbp-browser:exit 0');
   }
   await until(() => document.getElementById('state').textContent === 'ready');

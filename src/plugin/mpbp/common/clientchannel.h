@@ -178,8 +178,8 @@ class ClientChannel : public MessageHandler,
   int32_t bad_state_count_ = 0;
   bool restart_tried_ = false;
   bool given_up_ = false;  // the online check has closed the link, and nothing brings it back
-  uint32_t run_ = 0;   // counts starts and stops
-  uint32_t link_ = 0;  // counts links to the engine; 0: there was none yet
+  uint32_t run_ = 0;       // counts starts and stops
+  uint32_t link_ = 0;      // counts links to the engine; 0: there was none yet
 };
 
 }  // namespace mpbp
