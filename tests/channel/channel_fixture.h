@@ -17,7 +17,6 @@
 #include "plugin/mpbp/common/clientchannel.h"
 #include "pluginmessagesocket.h"
 #include "tests/support/captured_log.h"
-#include "tests/support/child_process.h"
 #include "tests/support/fake_engine.h"
 #include "tests/support/scoped_env.h"
 
@@ -84,7 +83,7 @@ class TestDelegate final : public ClientChannelDelegate {
 
 class ChannelTest : public testing::Test {
  protected:
-  ChannelTest() : thread_(ThreadManager::Instance().WrapCurrentThread()) { UseUpLowPids(); }
+  ChannelTest() : thread_(ThreadManager::Instance().WrapCurrentThread()) {}
   ~ChannelTest() override {
     channel_.reset();
     engine_.reset();

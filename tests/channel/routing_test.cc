@@ -1,5 +1,6 @@
 #include "jsontext.h"
 #include "tests/channel/channel_fixture.h"
+#include "tests/support/child_process.h"
 
 namespace mpbp::test {
 namespace {

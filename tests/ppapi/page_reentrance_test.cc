@@ -1,6 +1,5 @@
 // Pages that do the worst from inside their own callback, through the module's entry points.
 #include "tests/ppapi/module_fixture.h"
-#include "tests/support/child_process.h"
 
 namespace mpbp::test {
 namespace {
@@ -38,7 +37,6 @@ class PageReentrance : public FakeEngineTest,
 };
 
 TEST_P(PageReentrance, NothingThatIsGoneIsTouched) {
-  UseUpLowPids();
   const Act act = std::get<0>(GetParam());
   const int at = std::get<1>(GetParam());
   int seen = 0;

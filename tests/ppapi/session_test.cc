@@ -8,7 +8,6 @@
 #include "base/filesystem.h"
 #include "engineprocesses.h"
 #include "tests/ppapi/module_fixture.h"
-#include "tests/support/child_process.h"
 
 namespace mpbp::test {
 namespace {
@@ -20,7 +19,6 @@ class Session : public ModuleTest {
   void SetUp() override {
     // Engines detach themselves and become children of this process: it can wait for their end.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
-    UseUpLowPids();
     app_data_.WriteOptions("install_dir=" MPBP_ENGINE_FOLDER "\n");
   }
   void TearDown() override {

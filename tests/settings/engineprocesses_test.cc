@@ -19,8 +19,6 @@ using testing::Not;
 
 class EngineProcessesTest : public testing::Test {
  protected:
-  void SetUp() override { test::UseUpLowPids(); }
-
   static std::vector<int> Found(bool skip_self = true) {
     std::vector<int> pids;
     FindEngineProcesses(skip_self, &pids);
