@@ -12,8 +12,6 @@
 namespace mpbp::test {
 namespace {
 
-using testing::HasSubstr;
-
 class Session : public ModuleTest {
  protected:
   void SetUp() override {
@@ -93,16 +91,6 @@ TEST_F(Session, TwoPagesShareOneEngineAndAReloadComesBackToIt) {
     ASSERT_TRUE(RunUntilStarting("[\"qw\""));
   }
   EXPECT_EQ(Engines().size(), 1u);
-}
-
-TEST_F(Session, AnEngineThatHasEndedWithoutATraceIsStartedAgain) {
-  CreatePage();
-  ASSERT_EQ(Listen(), std::nullopt);
-  ASSERT_TRUE(RunUntilStarting("[\"qw\""));
-  EXPECT_EQ(page_->Send("[\"crash\"]").exception, std::nullopt);
-  ASSERT_TRUE(RunUntilText(kDead));
-  ASSERT_TRUE(RunUntilStarting("[\"qw\"", 2));
-  EXPECT_THAT(Log(), HasSubstr("Possible quern crash; attempting to restart quern."));
 }
 
 }  // namespace
