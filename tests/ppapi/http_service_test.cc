@@ -124,6 +124,8 @@ TEST_F(HttpServiceTest, AnAnswerReachesTheEngineAsTheServerGaveIt) {
   EXPECT_THAT(moved, HasSubstr(EveryByte().substr(128)));
   EXPECT_THAT(Log(), HasSubstr("HTTP response missing version info; assuming 1.1.\n"));
   EXPECT_THAT(texts_, IsEmpty());
+  // Requests that have ended keep nothing of the browser's.
+  EXPECT_TRUE(RunUntil([this] { return host_.live_resources() == 0; }));
 }
 
 TEST_F(HttpServiceTest, ARequestThatFailsIsAnsweredWithItsError) {
