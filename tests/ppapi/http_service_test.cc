@@ -116,6 +116,8 @@ TEST_F(HttpServiceTest, AnAnswerReachesTheEngineAsTheServerGaveIt) {
                   ",\"lastmodified\":" + std::to_string(row.lastmodified) +
                   ",\"url\":" + Quoted(server_.Url(row.path)) + "}," + Quoted(headers) +
                   (row.body.empty() ? "" : "," + Quoted(row.body)) + "]");
+    // A request that has ended keeps nothing of the browser's.
+    EXPECT_TRUE(RunUntil([this] { return host_.live_resources() == 0; }));
   }
   const std::string moved = Fetch({.path = "/moved"});
   EXPECT_EQ(Parsed(moved)[2]["url"], server_.Url("/bytes"));
@@ -124,8 +126,6 @@ TEST_F(HttpServiceTest, AnAnswerReachesTheEngineAsTheServerGaveIt) {
   EXPECT_THAT(moved, HasSubstr(EveryByte().substr(128)));
   EXPECT_THAT(Log(), HasSubstr("HTTP response missing version info; assuming 1.1.\n"));
   EXPECT_THAT(texts_, IsEmpty());
-  // Requests that have ended keep nothing of the browser's.
-  EXPECT_TRUE(RunUntil([this] { return host_.live_resources() == 0; }));
 }
 
 TEST_F(HttpServiceTest, ARequestThatFailsIsAnsweredWithItsError) {
