@@ -36,15 +36,3 @@ build() {
   rm -f "$folder.log"
   ninja -C "$folder"
 }
-
-# Process ids up to 999 never count as engines: on a machine that was just started, or in a
-# container, this uses them up.
-use_up_low_pids() {
-  local i
-  for i in $(seq 2000); do
-    (exit 0) &
-    wait "$!"
-    [ "$!" -gt 999 ] && return 0
-  done
-  echo "process ids stay low: engines will not be found" >&2
-}

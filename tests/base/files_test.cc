@@ -102,6 +102,15 @@ TEST_F(FilesTest, AppDataFolderIsPrivateAndNotMadeOverAFile) {
   ASSERT_TRUE(Filesystem::GetAppDataFolder(&path, true));
   EXPECT_EQ(app_data.folder(), path.pathname());
   EXPECT_EQ(0700, FileMode(path.pathname()));
+
+  const test::ScopedEnv no_config("XDG_CONFIG_HOME", nullptr);
+  const test::ScopedEnv dotdir("DOTDIR", (dir_ / "dotdir").c_str());
+  for (const char* const home : {"home", ""}) {
+    const test::ScopedEnv variable("HOME", *home ? (dir_ / home).c_str() : home);
+    ASSERT_TRUE(Filesystem::GetAppDataFolder(&path, true));
+    EXPECT_EQ(dir_ / (*home ? home : "dotdir") + "/.config/murmel-murmelparlplugin/",
+              path.pathname());
+  }
 }
 
 TEST_F(FilesTest, PrivateFilesAreNewFiles) {

@@ -73,7 +73,6 @@ TEST_F(ThreadTest, ADelayedMessageIsNotEarlyAndEndsALongWait) {
   EXPECT_FALSE(thread_->Get(&message, 0));
   ASSERT_TRUE(thread_->Get(&message, test::kDeadlineMs));
   EXPECT_GE(TimeDiff(Time(), start), 30);
-  EXPECT_LT(TimeDiff(Time(), start), test::kDeadlineMs / 2);
 }
 
 TEST_F(ThreadTest, WhatIsToBeDisposedOfIsDeletedAndNeverReturned) {
@@ -232,7 +231,7 @@ TEST_F(ThreadTest, ProcessMessagesWithoutWaitingDispatchesAllThatIsReadyAndEndsU
   thread_->Post(&again, 1);
   const uint32_t start = Time();
   EXPECT_TRUE(thread_->ProcessMessages(0));
-  EXPECT_LT(TimeDiff(Time(), start), 2000);
+  EXPECT_LT(TimeDiff(Time(), start), test::kDeadlineMs);
   EXPECT_GT(count, 1);
 }
 

@@ -1,4 +1,5 @@
 #include "tests/channel/channel_fixture.h"
+#include "tests/support/child_process.h"
 
 namespace mpbp::test {
 namespace {
@@ -108,9 +109,9 @@ TEST_P(DroppedLink, LeadsToWhatItsStateSays) {
   engine_->DropLink();
   // What the engine had not read yet makes the end a reset.
   ASSERT_TRUE(RunUntil([&] { return CountTexts(Step(4)) + CountTexts(Step(4, ECONNRESET)) == 1; }));
-  RunFor(1500 / kTimeScale);  // before the online check looks
   EXPECT_EQ(CountTexts(kDeadText), drop.dead_texts);
-  EXPECT_EQ(channel_->launches, drop.launches);
+  EXPECT_EQ(TimerAsked(1000, TestChannel::kMsgRestart), drop.launches > 0);
+  EXPECT_TRUE(RunUntil([&] { return channel_->launches == drop.launches; }));
   EXPECT_TRUE(log.Contains(drop.log_line)) << log.text();
 }
 
@@ -138,6 +139,7 @@ TEST_F(Lifecycle, AnEngineThatSpokeIsRestartedEachTimeItDies) {
 
 TEST_F(Lifecycle, AnEngineThatNeverAnswersTheHandshakeIsRestartedOnceAndThenGivenUp) {
   CapturedLog log;
+  channel_->holds_checks = false;
   StartEngine(true);
   ASSERT_TRUE(Start());
   ASSERT_TRUE(RunUntil([&] { return log.Contains("Not authorized; attempting"); }));
@@ -181,37 +183,58 @@ TEST_F(Lifecycle, OnlyTheLastArmedOnlineCheckActs) {
   ConnectToEngine();
   engine_->DropLink();
   ASSERT_TRUE(RunUntilText(kReadyText, 2));
-  ASSERT_TRUE(RunUntil([&] { return log.Contains("OK; current state: "); }));
-  EXPECT_EQ(log.Count("More checks pending, current check ignored"), 1);
+  RunTimer(TestChannel::kMsgOnlineCheck);
+  EXPECT_TRUE(log.Contains("More checks pending, current check ignored"));
+  EXPECT_FALSE(log.Contains("OK; current state: "));
+  RunTimer(TestChannel::kMsgOnlineCheck);
+  EXPECT_TRUE(log.Contains("OK; current state: "));
 }
 
 TEST_F(Lifecycle, TimersOfAStoppedChannelDoNothing) {
   CapturedLog log;
   ConnectToEngine();
   engine_->DropLink();
-  ASSERT_TRUE(RunUntilText(kDeadText));  // a restart and a check are pending
+  ASSERT_TRUE(RunUntilText(kDeadText));
   channel_->Stop();
+  const int launches = channel_->launches;
   const size_t texts = page_.texts.size();
-  ASSERT_TRUE(RunUntil([&] { return log.Contains("Channel not running; aborting check"); }));
-  Message connect;
-  connect.message_id = TestChannel::kMsgConnect;
-  channel_->OnMessage(&connect);
-  EXPECT_EQ(channel_->launches, 0);
+  for (const uint32_t id :
+       {TestChannel::kMsgConnect, TestChannel::kMsgRestart, TestChannel::kMsgOnlineCheck}) {
+    RunTimer(id);
+  }
+  EXPECT_TRUE(log.Contains("Channel not running; aborting check"));
+  EXPECT_EQ(channel_->launches, launches);
   EXPECT_EQ(page_.texts.size(), texts);
 }
 
 TEST_F(Lifecycle, AChannelThatIsStartedAgainHasItsWatchdogAndNoOldTimers) {
-  ConnectToEngine();
-  engine_->DropLink();
-  ASSERT_TRUE(RunUntilText(kDeadText));
-  channel_->Stop();
-  engine_.reset();
-  StartEngine(true);
-  CapturedLog log;
-  ASSERT_TRUE(Start());
-  ASSERT_TRUE(RunUntilText(kDeadText, 2)) << log.text();
-  EXPECT_EQ(engine_->connections, 1) << "restart_tried_ of the run before still holds";
-  EXPECT_EQ(channel_->launches, 0);
+  for (const bool kill : {false, true}) {
+    SCOPED_TRACE(kill);
+    engine_.reset();
+    ConnectToEngine();
+    page_.texts.clear();
+    engine_->DropLink();
+    ASSERT_TRUE(RunUntilText(kDeadText));  // a restart and a check are pending
+    if (kill) {
+      const NamedChild engine_process("MurmelParlPlugin");
+      EXPECT_TRUE(channel_->Send("[\"kill\",true]"));
+    } else {
+      channel_->Stop();
+    }
+    page_.texts.clear();
+    channel_->launches = 0;
+    engine_.reset();
+    StartEngine(true);
+    ASSERT_TRUE(Start());
+    ASSERT_TRUE(RunUntilText(Step(3)));
+    RunFor(1500 / kTimeScale);
+    EXPECT_EQ(channel_->launches, 0) << "the restart was not for this run";
+    RunTimer(TestChannel::kMsgOnlineCheck);
+    // That a restart was tried still holds, unless engines were killed meanwhile.
+    EXPECT_EQ(CountTexts(kDeadText), kill ? 0u : 1u);
+    EXPECT_TRUE(RunUntil([&] { return channel_->launches == (kill ? 1 : 0); }));
+    channel_->Stop();
+  }
 }
 
 TEST_F(Lifecycle, AnotherSocketsEventsAreIgnored) {

@@ -71,9 +71,10 @@ TEST_F(MessageSocketTest, WhatIsSentBeforeAuthorizationIsDropped) {
   peer->SendFrame(MSG_COOKIE, "");
   peer->SendFrame(MSG_COOKIE, listener_->cookie().substr(1));
   peer->SendFrame(MSG_COOKIE, listener_->cookie() + "x");
-  ASSERT_TRUE(PumpUntil([&] { return peer->frames.size() == 3; }));
+  peer->SendFrame(MSG_COOKIE, std::string(listener_->cookie().size(), 'x'));
+  ASSERT_TRUE(PumpUntil([&] { return peer->frames.size() == 4; }));
   const std::pair<uint16_t, std::string> refused(MSG_COOKIE_RESPONSE, "");
-  EXPECT_THAT(peer->frames, ElementsAre(refused, refused, refused));
+  EXPECT_THAT(peer->frames, ElementsAre(refused, refused, refused, refused));
   EXPECT_TRUE(log.Contains(": Unauthorized message received, data=early"));
   EXPECT_TRUE(log.Contains(": Unauthorized host_description message received, data= nobody"));
 
@@ -81,7 +82,7 @@ TEST_F(MessageSocketTest, WhatIsSentBeforeAuthorizationIsDropped) {
   peer->SendFrame(MSG_COOKIE, listener_->cookie());
   peer->SendFrame(MSG_COOKIE, listener_->cookie());
   peer->SendFrame(MSG_DATA, "now");
-  ASSERT_TRUE(PumpUntil([&] { return at_accepted_->Saw("message") && peer->frames.size() == 5; }));
+  ASSERT_TRUE(PumpUntil([&] { return at_accepted_->Saw("message") && peer->frames.size() == 6; }));
   EXPECT_THAT(at_accepted_->events, ElementsAre("authorized", "message"));
   EXPECT_THAT(peer->frames.back(), Pair(MSG_COOKIE_RESPONSE, listener_->cookie()));
 }
@@ -172,6 +173,11 @@ TEST_F(MessageSocketTest, ARefusedConnectionIsReportedAsClosedAndABadPortFileAtO
   }
   EXPECT_EQ(client_->state(), MessageSocket::STATE_CLOSED);
   EXPECT_EQ(test::OpenDescriptors(), descriptors);
+
+  // What was not sent then is not sent now.
+  const auto peer = AcceptRaw("another cookie !");
+  ASSERT_TRUE(PumpUntil([&] { return !peer->frames.empty(); }));
+  EXPECT_THAT(peer->frames, ElementsAre(Pair(MSG_COOKIE, "another cookie !")));
 }
 
 TEST_F(MessageSocketTest, AConnectionToItselfIsAFailedOne) {
@@ -289,7 +295,7 @@ TEST_F(MessageSocketTest, AMessageHandlerThatRunsTheLoopIsNotEnteredAgain) {
     EXPECT_EQ(++depth, 1);
     if (watcher.texts.size() == 1) {
       EXPECT_TRUE(accepted_[0]->Send("meanwhile"));
-      Drain();
+      thread_->ProcessMessages(100);  // it takes a moment to arrive
     }
     --depth;
   };

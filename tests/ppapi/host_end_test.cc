@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 
 #include "engineprocesses.h"
-#include "tests/support/child_process.h"
 #include "tests/support/scoped_env.h"
 
 namespace mpbp::test {
@@ -14,7 +13,6 @@ class HostEnd : public testing::Test {
  protected:
   void SetUp() override {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
-    UseUpLowPids();
     app_data_.WriteOptions("install_dir=" MPBP_ENGINE_FOLDER
                            "\npluginppapi_log_level=LS_VERBOSE\n");
   }

@@ -116,6 +116,8 @@ TEST_F(HttpServiceTest, AnAnswerReachesTheEngineAsTheServerGaveIt) {
                   ",\"lastmodified\":" + std::to_string(row.lastmodified) +
                   ",\"url\":" + Quoted(server_.Url(row.path)) + "}," + Quoted(headers) +
                   (row.body.empty() ? "" : "," + Quoted(row.body)) + "]");
+    // A request that has ended keeps nothing of the browser's.
+    EXPECT_TRUE(RunUntil([this] { return host_.live_resources() == 0; }));
   }
   const std::string moved = Fetch({.path = "/moved"});
   EXPECT_EQ(Parsed(moved)[2]["url"], server_.Url("/bytes"));
@@ -143,10 +145,11 @@ TEST_F(HttpServiceTest, ARequestThatFailsIsAnsweredWithItsError) {
       R"({"host":"127.0.0.1","path":"/","port":80,"proto":"http","verb":"GET"})";
   EXPECT_EQ(Ask({"[\"httprequest\",7,", "[\"httprequest\",-1]", "[\"httprequest\",4294967296]",
                  "[\"httprequest\",8,null]", "[\"httprequest\",9," + target + ",5,\"\"]",
-                 R"(["httprequest",10,{"host":"h","path":"/","port":80,"proto":"http"}])"},
-                5),
+                 R"(["httprequest",10,{"host":"h","path":"/","port":80,"proto":"http"}])",
+                 R"(["httprequest","a",{"verb":1,"proto":2,"host":[],"port":"x","path":{}},1,2])"},
+                6),
             (std::vector{Failure(4294967295, 3), Failure(0, 3), Failure(8, 3), Failure(9, 3),
-                         Failure(10, 3)}));
+                         Failure(10, 3), Failure(0, 3)}));
   EXPECT_THAT(Log(), HasSubstr("no JSON array: [\"httprequest\",7,"));
   EXPECT_THAT(texts_, IsEmpty());
   EXPECT_EQ(server_.requests().size(), 1u);

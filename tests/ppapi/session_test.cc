@@ -9,20 +9,16 @@
 #include "engineprocesses.h"
 #include "jsontext.h"
 #include "tests/ppapi/module_fixture.h"
-#include "tests/support/child_process.h"
 #include "tests/support/http_server.h"
 
 namespace mpbp::test {
 namespace {
-
-using testing::HasSubstr;
 
 class Session : public ModuleTest {
  protected:
   void SetUp() override {
     // Engines detach themselves and become children of this process: it can wait for their end.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
-    UseUpLowPids();
     app_data_.WriteOptions("install_dir=" MPBP_ENGINE_FOLDER "\n");
   }
   void TearDown() override {
@@ -97,16 +93,6 @@ TEST_F(Session, TwoPagesShareOneEngineAndAReloadComesBackToIt) {
     ASSERT_TRUE(RunUntilStarting("[\"qw\""));
   }
   EXPECT_EQ(Engines().size(), 1u);
-}
-
-TEST_F(Session, AnEngineThatHasEndedWithoutATraceIsStartedAgain) {
-  CreatePage();
-  ASSERT_EQ(Listen(), std::nullopt);
-  ASSERT_TRUE(RunUntilStarting("[\"qw\""));
-  EXPECT_EQ(page_->Send("[\"crash\"]").exception, std::nullopt);
-  ASSERT_TRUE(RunUntilText(kDead));
-  ASSERT_TRUE(RunUntilStarting("[\"qw\"", 2));
-  EXPECT_THAT(Log(), HasSubstr("Possible quern crash; attempting to restart quern."));
 }
 
 TEST_F(Session, APageCannotActThroughTheEcho) {

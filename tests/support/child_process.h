@@ -12,18 +12,6 @@
 
 namespace mpbp::test {
 
-// Ids up to 999 never belong to engines. On a machine that was just started (or in a container)
-// this uses them up, so that the next processes have higher ones.
-inline void UseUpLowPids() {
-  pid_t child = 0;
-  for (int i = 0; i < 2000 && child <= 999; ++i) {
-    child = fork();
-    if (child == 0) _exit(0);
-    ASSERT_EQ(child, waitpid(child, nullptr, 0));
-  }
-  ASSERT_GT(child, 999);
-}
-
 // A child that sleeps until a signal ends it; killed and reaped at the end.
 class NamedChild {
  public:
