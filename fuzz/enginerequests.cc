@@ -3,9 +3,9 @@
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"
+#include "httpmessages.h"
 #include "jsontext.h"
-#include "plugin/mpbp/common/httpmessages.h"
-#include "plugin/proxylookup.h"
+#include "plugin/mpbp/common/proxylookup.h"
 
 namespace mpbp::fuzz {
 namespace {

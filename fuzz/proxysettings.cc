@@ -7,7 +7,7 @@
 
 #include "base/stringutils.h"
 #include "fuzz/fuzz.h"
-#include "plugin/proxylookup.h"
+#include "plugin/mpbp/common/proxylookup.h"
 
 namespace mpbp::fuzz {
 namespace {

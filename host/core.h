@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "abi/browser_abi.h"
 #include "host/http_client.h"
 #include "host/main_loop.h"
 #include "host/memory_table.h"
@@ -17,7 +18,6 @@
 #include "host/parl_service.h"
 #include "host/resource_table.h"
 #include "host/var_table.h"
-#include "plugin/mpbp/ppapi/browser_abi.h"
 
 namespace mpbp::host {
 

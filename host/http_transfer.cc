@@ -6,8 +6,8 @@
 #include <charconv>
 #include <cstdlib>
 
+#include "abi/browser_abi.h"
 #include "host/http_client.h"
-#include "plugin/mpbp/ppapi/browser_abi.h"
 
 namespace mpbp::host {
 namespace {

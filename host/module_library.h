@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "plugin/mpbp/ppapi/browser_abi.h"
+#include "abi/browser_abi.h"
 
 namespace mpbp::host {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "abi/browser_abi.h"
 #include "host/script.h"
-#include "plugin/mpbp/ppapi/browser_abi.h"
 
 namespace mpbp::host {
 

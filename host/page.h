@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "abi/browser_abi.h"
 #include "host/script.h"
-#include "plugin/mpbp/ppapi/browser_abi.h"
 
 namespace mpbp::host {
 

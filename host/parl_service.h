@@ -6,8 +6,8 @@
 #include <map>
 #include <vector>
 
+#include "abi/browser_abi.h"
 #include "host/resource_table.h"
-#include "plugin/mpbp/ppapi/browser_abi.h"
 
 namespace mpbp::host {
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "abi/browser_abi.h"
 #include "host/misuse.h"
-#include "plugin/mpbp/ppapi/browser_abi.h"
 
 namespace mpbp::host {
 

@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "abi/browser_abi.h"
 #include "host/http_client.h"
 #include "host/resource_table.h"
-#include "plugin/mpbp/ppapi/browser_abi.h"
 
 namespace mpbp::host {
 

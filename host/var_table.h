@@ -11,9 +11,9 @@
 #include <variant>
 #include <vector>
 
+#include "abi/browser_abi.h"
 #include "host/misuse.h"
 #include "host/script.h"
-#include "plugin/mpbp/ppapi/browser_abi.h"
 
 namespace mpbp::host {
 

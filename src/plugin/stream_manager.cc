@@ -9,7 +9,7 @@
 
 #include "base/logging.h"
 #include "plugin/httpheaders.h"
-#include "plugin/mpbp/ppapi/urlloader.h"
+#include "ppapi/urlloader.h"
 
 namespace mpbp {
 namespace {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "base/signal.h"
-#include "plugin/mpbp/common/httpmessages.h"
-#include "plugin/mpbp/ppapi/callbacks.h"
+#include "httpmessages.h"
+#include "ppapi/callbacks.h"
 
 namespace mpbp {
 

@@ -128,7 +128,7 @@ class ChannelTest : public testing::Test {
     ASSERT_TRUE(RunUntilText(kReadyText));
     if (!ready_state) return;
     engine_->Send("[\"qw\",1]");
-    ASSERT_TRUE(RunUntil([this] { return channel_->state() == CHANNEL_READY; }));
+    ASSERT_TRUE(RunUntil([this] { return channel_->state() == ChannelState::READY; }));
   }
 
   std::unique_ptr<Thread> thread_;

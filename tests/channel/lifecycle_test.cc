@@ -1,5 +1,30 @@
+#include <map>
+
 #include "tests/channel/channel_fixture.h"
 #include "tests/support/child_process.h"
+
+namespace mpbp {
+
+// What a channel's socket does to it, without one that does.
+class ClientChannelTestPeer {
+ public:
+  static MessageSocket* Socket(ClientChannel& channel) { return channel.socket_.get(); }
+  static void Force(ClientChannel& channel, ChannelState state, bool restart_tried) {
+    channel.SetState(state, "test");
+    channel.restart_tried_ = restart_tried;
+  }
+  static void Connected(ClientChannel& channel, MessageSocket* socket) {
+    channel.OnSocketConnected(socket);
+  }
+  static void Authorized(ClientChannel& channel, MessageSocket* socket) {
+    channel.OnSocketAuthorized(socket);
+  }
+  static void Text(ClientChannel& channel, MessageSocket* socket, const std::string& text) {
+    channel.OnSocketMessage(socket, text);
+  }
+};
+
+}  // namespace mpbp
 
 namespace mpbp::test {
 namespace {
@@ -85,44 +110,102 @@ TEST_F(Lifecycle, AStalePortFileLeadsToOneRestartAndThenToReconnects) {
   EXPECT_EQ(CountTexts(kDeadText), 0u);
 }
 
-// What a dropped link leads to, by the state it was in.
-struct DropCase {
-  int32_t state;
-  size_t dead_texts;
-  int launches;
-  const char* log_line;
+// Every state with every event, as the table has them.
+class Transitions : public ChannelTest {
+ protected:
+  // A channel that runs in the state, with what brought it there forgotten.
+  void BringInto(ChannelState state, bool restart_tried) {
+    if (channel_->IsRunning()) channel_->Stop();
+    ASSERT_TRUE(Start());
+    ClientChannelTestPeer::Force(*channel_, state, restart_tried);
+    page_.texts.clear();
+    channel_->timers.clear();
+  }
+  void Raise(ChannelEvent event) {
+    MessageSocket* const socket = ClientChannelTestPeer::Socket(*channel_);
+    switch (event) {
+      case ChannelEvent::SOCKET_CONNECTED:
+        return ClientChannelTestPeer::Connected(*channel_, socket);
+      case ChannelEvent::SOCKET_AUTHORIZED:
+        return ClientChannelTestPeer::Authorized(*channel_, socket);
+      case ChannelEvent::ENGINE_SPOKE:
+        return ClientChannelTestPeer::Text(*channel_, socket, "[\"qw\"]");
+      case ChannelEvent::SOCKET_CLOSED:
+        return channel_->OnSocketClosed(socket, 104);
+      case ChannelEvent::STOPPED:
+        return channel_->Stop();
+    }
+  }
+  // The rules behind the table, said in another way.
+  static ChannelTransition Expected(ChannelState state, ChannelEvent event) {
+    using enum ChannelState;
+    const bool knew_the_engine = state >= AUTHORIZED;
+    switch (event) {
+      case ChannelEvent::SOCKET_CONNECTED:
+        return {state, event, CONNECTED, ConnectStep::LINK_UP, nullptr, ChannelSequel::CHECK};
+      case ChannelEvent::SOCKET_AUTHORIZED:
+        return {state, event, AUTHORIZED, ConnectStep::NO_STEP, kReadyText, ChannelSequel::NOTHING};
+      case ChannelEvent::ENGINE_SPOKE:
+        return {state,
+                event,
+                state == AUTHORIZED ? READY : state,
+                ConnectStep::NO_STEP,
+                nullptr,
+                ChannelSequel::NOTHING};
+      case ChannelEvent::SOCKET_CLOSED:
+        return {state,
+                event,
+                NOT_CONNECTED,
+                ConnectStep::LINK_DOWN,
+                knew_the_engine ? kDeadText : nullptr,
+                state == NOT_CONNECTED ? ChannelSequel::RECOVER
+                : state == READY       ? ChannelSequel::RESTART
+                                       : ChannelSequel::GIVE_UP};
+      case ChannelEvent::STOPPED:
+        break;
+    }
+    return {state, event, NOT_CONNECTED, ConnectStep::NO_STEP, nullptr, ChannelSequel::NOTHING};
+  }
+  static std::vector<std::pair<int32_t, uint32_t>> TimersOf(ChannelSequel sequel,
+                                                            bool restart_tried) {
+    if (sequel == ChannelSequel::CHECK) return {{5000, TestChannel::kMsgOnlineCheck}};
+    const bool again = sequel == ChannelSequel::RECOVER && restart_tried;
+    if (again) return {{1000, TestChannel::kMsgConnect}};
+    if (sequel == ChannelSequel::NOTHING || sequel == ChannelSequel::GIVE_UP) return {};
+    return {{1000, TestChannel::kMsgRestart}};
+  }
 };
 
-class DroppedLink : public ChannelTest, public testing::WithParamInterface<DropCase> {};
-
-TEST_P(DroppedLink, LeadsToWhatItsStateSays) {
-  CapturedLog log;
-  const DropCase& drop = GetParam();
-  StartEngine(drop.state == CHANNEL_CONNECTED);
-  ASSERT_TRUE(Start());
-  ASSERT_TRUE(RunUntil([&] { return channel_->state() == std::min(drop.state, 2); }));
-  if (drop.state == CHANNEL_READY) {
-    engine_->Send("[\"qw\"]");
-    ASSERT_TRUE(RunUntil([&] { return channel_->state() == CHANNEL_READY; }));
+TEST_F(Transitions, AreThoseOfTheTable) {
+  const std::map<ChannelState, const char*> told_of_the_end = {
+      {ChannelState::NOT_CONNECTED, "Connection to MurmelParlPlugin failed, reason=104"},
+      {ChannelState::CONNECTED, "Connection lost while waiting for authorization reason=104"},
+      {ChannelState::AUTHORIZED, "lost while responding to getVersion.  Give up.  reason=104"},
+      {ChannelState::READY, "Possible quern crash; attempting to restart quern."}};
+  for (const ChannelTransition& listed : kChannelTransitions) {
+    const ChannelTransition row = Expected(listed.state, listed.event);
+    for (const bool restart_tried : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "state " << ToNumber(row.state) << " event "
+                                      << static_cast<int>(row.event) << " " << restart_tried);
+      BringInto(row.state, restart_tried);
+      CapturedLog log;
+      Raise(row.event);
+      EXPECT_EQ(channel_->state(), row.next);
+      std::vector<std::string> told;
+      const bool closed = row.event == ChannelEvent::SOCKET_CLOSED;
+      if (row.step != ConnectStep::NO_STEP)
+        told.push_back(Step(ToNumber(row.step), closed ? 104 : 0));
+      if (row.text) told.push_back(row.text);
+      if (row.event == ChannelEvent::ENGINE_SPOKE) told.push_back("[\"qw\"]");
+      EXPECT_EQ(page_.texts, told);
+      EXPECT_EQ(channel_->timers, TimersOf(row.sequel, restart_tried));
+      EXPECT_EQ(log.Contains("No more retries remaining."), row.sequel == ChannelSequel::GIVE_UP);
+      if (closed) {
+        EXPECT_TRUE(log.Contains(told_of_the_end.at(row.state))) << log.text();
+      }
+    }
   }
-  ASSERT_TRUE(RunUntil([&] { return engine_->has_client(); }));
-  engine_->DropLink();
-  // What the engine had not read yet makes the end a reset.
-  ASSERT_TRUE(RunUntil([&] { return CountTexts(Step(4)) + CountTexts(Step(4, ECONNRESET)) == 1; }));
-  EXPECT_EQ(CountTexts(kDeadText), drop.dead_texts);
-  EXPECT_EQ(TimerAsked(1000, TestChannel::kMsgRestart), drop.launches > 0);
-  EXPECT_TRUE(RunUntil([&] { return channel_->launches == drop.launches; }));
-  EXPECT_TRUE(log.Contains(drop.log_line)) << log.text();
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    States, DroppedLink,
-    testing::Values(DropCase{CHANNEL_CONNECTED, 0, 0,
-                             "Connection lost while waiting for authorization reason="},
-                    DropCase{CHANNEL_AUTHORIZED, 1, 0,
-                             "lost while responding to getVersion.  Give up.  reason="},
-                    DropCase{CHANNEL_READY, 1, 1,
-                             "Possible quern crash; attempting to restart quern."}));
 
 TEST_F(Lifecycle, AnEngineThatSpokeIsRestartedEachTimeItDies) {
   ConnectToEngine();
@@ -133,7 +216,7 @@ TEST_F(Lifecycle, AnEngineThatSpokeIsRestartedEachTimeItDies) {
     StartEngine();
     ASSERT_TRUE(RunUntilText(kReadyText, death + 1));
     engine_->Send("[\"qw\"]");
-    ASSERT_TRUE(RunUntil([&] { return channel_->state() == CHANNEL_READY; }));
+    ASSERT_TRUE(RunUntil([&] { return channel_->state() == ChannelState::READY; }));
   }
 }
 
@@ -243,7 +326,7 @@ TEST_F(Lifecycle, AnotherSocketsEventsAreIgnored) {
   PluginMessageSocket other;
   channel_->OnSocketClosed(&other, 5);
   EXPECT_TRUE(log.Contains(": Not our socket!"));
-  EXPECT_EQ(channel_->state(), CHANNEL_READY);
+  EXPECT_EQ(channel_->state(), ChannelState::READY);
 }
 
 TEST(BrowserThreadTest, WrapsTheThreadForItsFirstChannelAndUnwrapsItAfterTheLast) {

@@ -5,7 +5,7 @@
 
 #include "jsontext.h"
 #include "plugin/mpbp/common/forgedtext.h"
-#include "plugin/proxylookup.h"
+#include "plugin/mpbp/common/proxylookup.h"
 #include "tests/support/comma_locale.h"
 #include "tests/support/scoped_env.h"
 

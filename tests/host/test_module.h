@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "plugin/mpbp/ppapi/browser_abi.h"
+#include "abi/browser_abi.h"
 
 namespace mpbp::test {
 

@@ -12,8 +12,6 @@ namespace {
 
 constexpr int32_t kRetryDelayMs = 1000;  // before every restart and every new attempt to connect
 
-constexpr char kNoRetriesText[] = "No more retries remaining. Giving up on starting quern.";
-
 }  // namespace
 
 std::shared_ptr<ClientChannel> ClientChannel::Create(ClientChannelDelegate* delegate,
@@ -92,7 +90,7 @@ void ClientChannel::Stop() {
                   << ": Called ClientChannel::Stop() on a client channel which was not running.";
     return;
   }
-  state_ = CHANNEL_NOT_CONNECTED;
+  Enter(ChannelEvent::STOPPED, "stopped");
   ++run_;
   ++link_;
   socket_->Close();
@@ -146,7 +144,7 @@ bool ClientChannel::InitiateConnection() {
   int error = 0;
   const bool connecting = ConnectSocket(&error);
   if (HasEnded(run)) return false;
-  if (connecting || error != 0) SendConnectStatus(STEP_CONNECT, error);
+  if (connecting || error != 0) SendConnectStatus(ConnectStep::CONNECT, error);
   if (connecting) {
     LOG(LS_INFO) << this << ": Initiated connection to MurmelParlPlugin";
     return !HasEnded(run);
@@ -169,7 +167,7 @@ void ClientChannel::PostDelayed(int32_t delay_ms, uint32_t id) {
 bool ClientChannel::StartEngine() {
   int error = 0;
   const bool started = LaunchEngineProcess(&error);
-  SendConnectStatus(STEP_ENGINE_START, error);
+  SendConnectStatus(ConnectStep::ENGINE_START, error);
   return started;
 }
 
@@ -188,7 +186,7 @@ void ClientChannel::OnPortFileRead(MessageSocket*, bool ok) {
                     << ": Unreadable or no port file.  Could not initiate MurmelParlPlugin "
                        "connection";
   }
-  SendConnectStatus(STEP_PORT_FILE, ok ? 0 : -1);
+  SendConnectStatus(ConnectStep::PORT_FILE, ok ? 0 : -1);
 }
 
 void ClientChannel::OnSocketConnected(MessageSocket* socket) {
@@ -196,10 +194,10 @@ void ClientChannel::OnSocketConnected(MessageSocket* socket) {
   const std::shared_ptr<ClientChannel> self = shared_from_this();
   LOG(LS_VERBOSE) << this << ": OnSocketConnected: ";
   const uint32_t run = run_;
-  state_ = CHANNEL_CONNECTED;
+  Enter(ChannelEvent::SOCKET_CONNECTED, "connected");
   given_up_ = false;
   ++link_;
-  SendConnectStatus(STEP_CONNECTED, 0);
+  SendConnectStatus(ConnectStep::LINK_UP, 0);
   if (HasEnded(run)) return;
   LOG(LS_INFO) << this << ": Socket connection established";
   ScheduleOnlineCheck();
@@ -208,7 +206,7 @@ void ClientChannel::OnSocketConnected(MessageSocket* socket) {
 void ClientChannel::OnSocketAuthorized(MessageSocket* socket) {
   if (!IsOurSocket(socket)) return;
   const std::shared_ptr<ClientChannel> self = shared_from_this();
-  state_ = CHANNEL_AUTHORIZED;
+  Enter(ChannelEvent::SOCKET_AUTHORIZED, "authorized");
   while (!pending_sends_.empty()) {
     const std::string text = std::move(pending_sends_.front());
     pending_sends_.pop_front();
@@ -225,49 +223,70 @@ void ClientChannel::OnSocketClosed(MessageSocket* socket, int reason) {
   LOG(LS_VERBOSE) << this << ": OnSocketClosed: ";
   const uint32_t run = run_;
   ++link_;  // what this link has asked for is not for the next one
-  SendConnectStatus(STEP_CLOSED, reason);
+  SendConnectStatus(ConnectStep::LINK_DOWN, reason);
   if (HasEnded(run)) return;
-  const int32_t old_state = state_;
-  state_ = CHANNEL_NOT_CONNECTED;
-  switch (old_state) {
-    case CHANNEL_NOT_CONNECTED:
+  FollowClose(Enter(ChannelEvent::SOCKET_CLOSED, "closed"), reason);
+}
+
+void ClientChannel::FollowClose(const ChannelTransition& transition, int reason) {
+  const uint32_t run = run_;
+  switch (transition.state) {
+    case ChannelState::NOT_CONNECTED:
       LOG(LS_WARNING) << this << ": Connection to MurmelParlPlugin failed, reason=" << reason;
-      if (!restart_tried_) {
-        LogEngineProcesses();
-        RequestRestart("Stale port file; attempting to restart quern.");
-        break;
-      }
-      LOG(LS_WARNING) << this
-                      << ": Read from a stale port file, but already tried to restart quern. "
-                         "Attempting to reconnect.";
-      PostDelayed(kRetryDelayMs, kMsgConnect);
       break;
-    case CHANNEL_CONNECTED:
+    case ChannelState::CONNECTED:
       LOG(LS_WARNING) << this
                       << ": Connection lost while waiting for authorization reason=" << reason;
-      LOG(LS_ERROR) << this << ": " << kNoRetriesText;
       break;
-    case CHANNEL_AUTHORIZED:
+    case ChannelState::AUTHORIZED:
       LOG(LS_ERROR) << this
                     << ": Connection to MurmelParlPlugin lost while responding to getVersion.  "
                        "Give up.  reason="
                     << reason;
-      Deliver(kDeadText);
-      LOG(LS_ERROR) << this << ": " << kNoRetriesText;
       break;
-    default:
+    case ChannelState::READY:
       LOG(LS_WARNING) << this << ": Connection to MurmelParlPlugin lost, reason=" << reason;
-      Deliver(kDeadText);
-      if (HasEnded(run)) return;
-      restart_tried_ = false;
-      RequestRestart("Possible quern crash; attempting to restart quern.");
+      break;
   }
+  if (transition.text) Deliver(transition.text);
+  if (transition.sequel == ChannelSequel::GIVE_UP) {
+    LOG(LS_ERROR) << this << ": No more retries remaining. Giving up on starting quern.";
+  }
+  if (HasEnded(run)) return;
+  if (transition.sequel == ChannelSequel::RECOVER) Recover();
+  if (transition.sequel == ChannelSequel::RESTART) {
+    RequestRestart("Possible quern crash; attempting to restart quern.");
+  }
+}
+
+void ClientChannel::Recover() {
+  if (!restart_tried_) {
+    LogEngineProcesses();
+    RequestRestart("Stale port file; attempting to restart quern.");
+    return;
+  }
+  LOG(LS_WARNING) << this
+                  << ": Read from a stale port file, but already tried to restart quern. "
+                     "Attempting to reconnect.";
+  PostDelayed(kRetryDelayMs, kMsgConnect);
+}
+
+void ClientChannel::SetState(ChannelState state, const char* reason) {
+  LOG(LS_SENSITIVE) << this << ": State " << ToNumber(state_) << " to " << ToNumber(state) << ": "
+                    << reason;
+  state_ = state;
+}
+
+const ChannelTransition& ClientChannel::Enter(ChannelEvent event, const char* reason) {
+  const ChannelTransition& transition = FindTransition(state_, event);
+  SetState(transition.next, reason);
+  return transition;
 }
 
 // What cannot be told, for want of memory, must not keep the channel from going on.
 void ClientChannel::SendConnectStatus(ConnectStep step, int error) try {
   Json::Value status(Json::objectValue);
-  status["step"] = std::to_string(static_cast<int>(step));
+  status["step"] = std::to_string(ToNumber(step));
   if (error != 0) status["error"] = error;
   Json::Value message(Json::arrayValue);
   message.append("f-connect");
@@ -276,7 +295,8 @@ void ClientChannel::SendConnectStatus(ConnectStep step, int error) try {
   LOG(LS_INFO) << this << ": Connect Status: " << text;
   Deliver(text);
 } catch (const std::exception& e) {
-  LOG(LS_ERROR) << this << ": The page cannot be told of step " << step << ": " << e.what();
+  LOG(LS_ERROR) << this << ": The page cannot be told of step " << ToNumber(step) << ": "
+                << e.what();
 }
 
 void ClientChannel::Deliver(const std::string& text) try {

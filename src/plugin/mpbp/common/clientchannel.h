@@ -1,18 +1,7 @@
 // The plug-in's end of the link to the engine: finds it, starts it when it is not there, passes the
 // handshake, relays texts both ways, restarts an engine that dies, and tells the page every step.
 //
-//   state                   OnSocketConnected  OnSocketAuthorized  "qw"  OnSocketClosed  Stop
-//   0 CHANNEL_NOT_CONNECTED         1                  -             -         0           0
-//   1 CHANNEL_CONNECTED             -                  2             -         0           0
-//   2 CHANNEL_AUTHORIZED            -                  -             3         0           0
-//   3 CHANNEL_READY                 -                  -             -         0           0
-//
-// What a closed link leads to, by the state it was in:
-//   0, no restart tried yet   restart the engine after a second (its port file is stale)
-//   0, restart tried          connect again after a second
-//   1                         give up; the online check looks again
-//   2                         tell the page "f-dead"; give up; the online check looks again
-//   3                         tell the page "f-dead"; restart the engine after a second
+// channelstates.h has its states, and what each event leads to.
 //
 // Everything runs on the browser's main thread. Every text for the page calls out to the page,
 // which may from there send, kill, stop and start this channel, or destroy its owner: a channel is
@@ -30,17 +19,13 @@
 #include "base/memorylog.h"
 #include "base/messagehandler.h"
 #include "base/signal.h"
+#include "httpmessages.h"
 #include "logutility.h"
 #include "plugin/mpbp/common/browserthread.h"
-#include "plugin/mpbp/common/httpmessages.h"
+#include "plugin/mpbp/common/channelstates.h"
 #include "pluginmessagesocket.h"
 
 namespace mpbp {
-
-// Texts for the page; besides them it gets "f-connect" texts and what the engine sends.
-inline constexpr char kReadyText[] = "[\"f-ready\"]";
-inline constexpr char kDeadText[] = "[\"f-dead\"]";
-inline constexpr char kKilledText[] = "[\"f-killed\"]";
 
 // The plug-in instance, as the channel sees it.
 class ClientChannelDelegate {
@@ -61,13 +46,6 @@ class ClientChannelDelegate {
  protected:
   ClientChannelDelegate() = default;
   ~ClientChannelDelegate() = default;
-};
-
-enum ChannelState : int32_t {
-  CHANNEL_NOT_CONNECTED = 0,
-  CHANNEL_CONNECTED = 1,   // waiting for authorization
-  CHANNEL_AUTHORIZED = 2,  // nothing heard from the engine yet
-  CHANNEL_READY = 3,       // the engine has sent a "qw" text
 };
 
 class ClientChannel : public MessageHandler,
@@ -101,7 +79,7 @@ class ClientChannel : public MessageHandler,
   // The thread whose queue and sockets the channel uses; null while it does not run. Who pumps it
   // holds it meanwhile.
   std::shared_ptr<BrowserThread> browser_thread() const { return browser_thread_; }
-  int32_t state() const { return state_; }
+  ChannelState state() const { return state_; }
 
  protected:
   enum TimerId : uint32_t { kMsgConnect = 0, kMsgRestart = 1, kMsgOnlineCheck = 2 };
@@ -122,13 +100,10 @@ class ClientChannel : public MessageHandler,
  private:
   friend class ClientChannelTestPeer;
 
-  enum ConnectStep {
-    STEP_PORT_FILE = 0,
-    STEP_CONNECT = 1,
-    STEP_ENGINE_START = 2,
-    STEP_CONNECTED = 3,
-    STEP_CLOSED = 4,
-  };
+  // The one place that changes the state. `reason` is for the log at its most talkative.
+  void SetState(ChannelState state, const char* reason);
+  // The transition of the state that is, which it makes.
+  const ChannelTransition& Enter(ChannelEvent event, const char* reason);
 
   // Connection and lifecycle (clientchannel.cc).
   void AttachSocket(std::unique_ptr<PluginMessageSocket> socket);
@@ -142,6 +117,8 @@ class ClientChannel : public MessageHandler,
   bool IsOurSocket(const MessageSocket* socket) const;
   void ReleaseThread();
   void SendConnectStatus(ConnectStep step, int error);
+  void Recover();
+  void FollowClose(const ChannelTransition& transition, int reason);
   void Deliver(const std::string& text);
   // Whether the run that was in progress at `run` has ended.
   bool HasEnded(uint32_t run) const { return run != run_; }
@@ -173,7 +150,7 @@ class ClientChannel : public MessageHandler,
   size_t pending_bytes_ = 0;  // of those
   std::shared_ptr<BrowserThread> browser_thread_;
   std::unique_ptr<PluginMessageSocket> socket_;
-  int32_t state_ = CHANNEL_NOT_CONNECTED;
+  ChannelState state_ = ChannelState::NOT_CONNECTED;  // written by SetState
   int32_t pending_online_checks_ = 0;
   int32_t bad_state_count_ = 0;
   bool restart_tried_ = false;

@@ -66,7 +66,7 @@ bool ClientChannel::SendToEngine(const std::string& text) {
     return false;
   }
   // What was queued before must go first.
-  if (state_ < CHANNEL_AUTHORIZED) {
+  if (state_ < ChannelState::AUTHORIZED) {
     pending_sends_.push_back(text);
     pending_bytes_ += text.size();
     return true;
@@ -89,8 +89,8 @@ void ClientChannel::OnSocketMessage(MessageSocket* socket, const std::string& te
   if (!IsOurSocket(socket)) return;
   const std::shared_ptr<ClientChannel> self = shared_from_this();
   LOG(LS_INFO) << this << ": F->C: " << text;
-  if (state_ == CHANNEL_AUTHORIZED && Contains(text, kAliveWord)) {
-    state_ = CHANNEL_READY;
+  if (state_ == ChannelState::AUTHORIZED && Contains(text, kAliveWord)) {
+    Enter(ChannelEvent::ENGINE_SPOKE, "the engine spoke");
     restart_tried_ = false;
   }
   if (Contains(text, kHttpRequestWord)) {

@@ -26,17 +26,17 @@ void ClientChannel::HandleOnlineCheck() {
     LOG(LS_WARNING) << this << ": HandleOnlineCheck: More checks pending, current check ignored";
     return;
   }
-  if (state_ >= CHANNEL_AUTHORIZED) {
-    LOG(LS_INFO) << this << ": HandleOnlineCheck: OK; current state: " << state_;
+  if (state_ >= ChannelState::AUTHORIZED) {
+    LOG(LS_INFO) << this << ": HandleOnlineCheck: OK; current state: " << ToNumber(state_);
     return;
   }
-  if (state_ < CHANNEL_NOT_CONNECTED) {
+  if (state_ < ChannelState::NOT_CONNECTED) {
     ++bad_state_count_;
-    LOG(LS_ERROR) << this << ": HandleOnlineCheck: Bad internal state:" << state_ << " [#"
+    LOG(LS_ERROR) << this << ": HandleOnlineCheck: Bad internal state:" << ToNumber(state_) << " [#"
                   << bad_state_count_ << "]";
     return;
   }
-  const bool connected = state_ == CHANNEL_CONNECTED;
+  const bool connected = state_ == ChannelState::CONNECTED;
   if (connected) Disconnect();
   if (!restart_tried_) {
     RequestRestart(connected ? "Not authorized; attempting to restart quern"

@@ -8,10 +8,10 @@
 
 #include "base/logging.h"
 #include "base/staticobject.h"
-#include "plugin/mpbp/ppapi/browser.h"
 #include "plugin/mpbp/ppapi/module.h"
 #include "plugin/mpbp/ppapi/plugin.h"
-#include "plugin/mpbp/ppapi/var.h"
+#include "ppapi/browser.h"
+#include "ppapi/var.h"
 
 #define MPBP_EXPORT __attribute__((visibility("default")))
 

@@ -1,9 +1,9 @@
 #include "plugin/mpbp/ppapi/module.h"
 
 #include "base/logging.h"
-#include "plugin/mpbp/ppapi/browser.h"
 #include "plugin/mpbp/ppapi/plugin.h"
 #include "plugin/pluginutils.h"
+#include "ppapi/browser.h"
 
 namespace mpbp {
 namespace {

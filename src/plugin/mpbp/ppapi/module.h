@@ -5,7 +5,7 @@
 #include <map>
 #include <memory>
 
-#include "plugin/mpbp/ppapi/browser_abi.h"
+#include "abi/browser_abi.h"
 
 namespace mpbp {
 

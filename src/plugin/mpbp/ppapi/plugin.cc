@@ -2,10 +2,11 @@
 
 #include "base/logging.h"
 #include "plugin/allowlist.h"
-#include "plugin/mpbp/ppapi/browser.h"
+#include "plugin/mpbp/common/proxylookup.h"
+#include "plugin/mpbp/common/remotinghandler.h"
+#include "plugin/mpbp/ppapi/browserprivateservice.h"
 #include "plugin/mpbp/ppapi/instanceobject.h"
-#include "plugin/mpbp/ppapi/remotinghandler.h"
-#include "plugin/proxylookup.h"
+#include "ppapi/browser.h"
 
 namespace mpbp {
 namespace {
@@ -18,7 +19,8 @@ constexpr int32_t kPumpIntervalMs = 100;
 PluginObject::PluginObject(PP_Instance instance)
     : instance_(instance),
       stream_manager_(std::make_shared<StreamManager>(instance)),
-      remoting_handler_(std::make_shared<RemotingHandler>(instance)) {
+      remoting_handler_(
+          std::make_shared<RemotingHandler>(std::make_unique<BrowserPrivateService>(instance))) {
   stream_manager_->SignalResponse.Connect(this, &PluginObject::OnHttpResponse);
   remoting_handler_->SignalOutgoing.Connect(this, &PluginObject::SendToEngine);
   LOG(LS_VERBOSE) << "PluginObject";

@@ -9,9 +9,9 @@
 
 #include "base/signal.h"
 #include "plugin/mpbp/common/clientchannel.h"
-#include "plugin/mpbp/ppapi/callbacks.h"
-#include "plugin/mpbp/ppapi/var.h"
 #include "plugin/stream_manager.h"
+#include "ppapi/callbacks.h"
+#include "ppapi/var.h"
 
 namespace mpbp {
 

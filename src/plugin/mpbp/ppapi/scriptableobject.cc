@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "base/logging.h"
-#include "plugin/mpbp/ppapi/browser.h"
+#include "ppapi/browser.h"
 
 namespace mpbp {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "plugin/mpbp/ppapi/var.h"
+#include "ppapi/var.h"
 
 namespace mpbp {
 

@@ -1,4 +1,4 @@
-#include "plugin/mpbp/ppapi/callbacks.h"
+#include "ppapi/callbacks.h"
 
 #include <time.h>
 

@@ -1,6 +1,6 @@
 // Proxy look-ups for the engine, from the environment's usual variables.
-#ifndef MPBP_PLUGIN_PROXYLOOKUP_H_
-#define MPBP_PLUGIN_PROXYLOOKUP_H_
+#ifndef MPBP_PLUGIN_MPBP_COMMON_PROXYLOOKUP_H_
+#define MPBP_PLUGIN_MPBP_COMMON_PROXYLOOKUP_H_
 
 #include <functional>
 #include <optional>
@@ -26,4 +26,4 @@ bool AnswerProxyRequest(const std::string& request, std::string* reply);
 
 }  // namespace mpbp
 
-#endif  // MPBP_PLUGIN_PROXYLOOKUP_H_
+#endif  // MPBP_PLUGIN_MPBP_COMMON_PROXYLOOKUP_H_

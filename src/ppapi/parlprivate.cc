@@ -1,4 +1,4 @@
-#include "plugin/mpbp/ppapi/parlprivate.h"
+#include "ppapi/parlprivate.h"
 
 namespace mpbp {
 namespace {

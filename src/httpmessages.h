@@ -1,6 +1,6 @@
 // HTTP requests that the engine has the browser make: the records and their JSON.
-#ifndef MPBP_PLUGIN_MPBP_COMMON_HTTPMESSAGES_H_
-#define MPBP_PLUGIN_MPBP_COMMON_HTTPMESSAGES_H_
+#ifndef MPBP_HTTPMESSAGES_H_
+#define MPBP_HTTPMESSAGES_H_
 
 #include <json/value.h>
 
@@ -53,4 +53,4 @@ std::string WriteHttpResponse(const HttpResponse& response);
 
 }  // namespace mpbp
 
-#endif  // MPBP_PLUGIN_MPBP_COMMON_HTTPMESSAGES_H_
+#endif  // MPBP_HTTPMESSAGES_H_

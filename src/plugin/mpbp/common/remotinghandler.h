@@ -1,14 +1,13 @@
-// Serves the engine's requests for permissions and remoting sessions through the private browser
-// interface. Requests come with the engine's texts; answers go back to the engine, never to the
-// page.
+// Serves the engine's requests for permissions and remoting sessions through the private service.
+// Requests come with the engine's texts; answers go back to the engine, never to the page.
 //
 //   ["mpbp-request-permission", id, type, tag]   answered by
 //                          ["mpbp-request-permission-result", type, id, tag, granted]
 //   ["mpbp-start-remoting", id]                  ["mpbp-terminate-remoting-event", "", id] when it
 //                                                fails, or when the session ends
 //   ["mpbp-stop-remoting", id]                   not answered
-#ifndef MPBP_PLUGIN_MPBP_PPAPI_REMOTINGHANDLER_H_
-#define MPBP_PLUGIN_MPBP_PPAPI_REMOTINGHANDLER_H_
+#ifndef MPBP_PLUGIN_MPBP_COMMON_REMOTINGHANDLER_H_
+#define MPBP_PLUGIN_MPBP_COMMON_REMOTINGHANDLER_H_
 
 #include <json/value.h>
 
@@ -18,8 +17,7 @@
 #include <string>
 
 #include "base/signal.h"
-#include "plugin/mpbp/ppapi/callbacks.h"
-#include "plugin/mpbp/ppapi/parlprivate.h"
+#include "plugin/mpbp/common/privateservice.h"
 
 namespace mpbp {
 
@@ -28,14 +26,14 @@ namespace mpbp {
 // the browser may show a dialogue inside, and the page may end.
 class RemotingHandler : public std::enable_shared_from_this<RemotingHandler> {
  public:
-  explicit RemotingHandler(PP_Instance instance);
+  explicit RemotingHandler(std::unique_ptr<PrivateService> service);
   RemotingHandler(const RemotingHandler&) = delete;
   RemotingHandler& operator=(const RemotingHandler&) = delete;
 
   // True when the text was one of the three requests, well-formed or not: the page does not get it.
   bool HandleMessage(const std::string& text);
-  // No callback of the browser does anything from here on.
-  void End() { callbacks_.CancelAll(); }
+  // No answer of the service does anything from here on.
+  void End() { service_->End(); }
 
   Signal<const std::string&> SignalOutgoing;  // an answer for the engine
 
@@ -47,7 +45,8 @@ class RemotingHandler : public std::enable_shared_from_this<RemotingHandler> {
     uint32_t tag = 0;
   };
 
-  CallbackFactory::Function Bind(std::function<void(RemotingHandler&, int32_t result)> function);
+  // `function` with this handler, for as long as there is one; it is held meanwhile.
+  PrivateService::Done Bind(std::function<void(RemotingHandler&, int32_t)> function);
   void RequestPermission(const Json::Value& message);
   void OnPermission(const Permission& permission, int32_t result);
   void SendPermissionResult(const Permission& permission, bool granted);
@@ -57,12 +56,10 @@ class RemotingHandler : public std::enable_shared_from_this<RemotingHandler> {
   void StopRemoting(const Json::Value& message);
   void SendTerminateEvent(const std::string& id);
 
-  ParlPrivate browser_;
+  const std::unique_ptr<PrivateService> service_;
   std::string remoting_id_;  // of the session that the browser confirmed; empty when there is none
-  CallbackFactory callbacks_;
-  PP_CompletionCallback event_callback_;
 };
 
 }  // namespace mpbp
 
-#endif  // MPBP_PLUGIN_MPBP_PPAPI_REMOTINGHANDLER_H_
+#endif  // MPBP_PLUGIN_MPBP_COMMON_REMOTINGHANDLER_H_

@@ -5,14 +5,14 @@
 // Numbers are never used again.
 //
 // On the browser's main thread only.
-#ifndef MPBP_PLUGIN_MPBP_PPAPI_CALLBACKS_H_
-#define MPBP_PLUGIN_MPBP_PPAPI_CALLBACKS_H_
+#ifndef MPBP_PPAPI_CALLBACKS_H_
+#define MPBP_PPAPI_CALLBACKS_H_
 
 #include <cstdint>
 #include <functional>
 #include <set>
 
-#include "plugin/mpbp/ppapi/browser_abi.h"
+#include "abi/browser_abi.h"
 
 namespace mpbp {
 
@@ -44,4 +44,4 @@ class CallbackFactory {
 
 }  // namespace mpbp
 
-#endif  // MPBP_PLUGIN_MPBP_PPAPI_CALLBACKS_H_
+#endif  // MPBP_PPAPI_CALLBACKS_H_

@@ -1,4 +1,4 @@
-#include "plugin/mpbp/ppapi/browser.h"
+#include "ppapi/browser.h"
 
 #include <type_traits>
 #include <utility>

@@ -1,11 +1,11 @@
-#include "plugin/mpbp/ppapi/var.h"
+#include "ppapi/var.h"
 
 #include <cmath>
 #include <limits>
 #include <utility>
 
 #include "base/utf8.h"
-#include "plugin/mpbp/ppapi/browser.h"
+#include "ppapi/browser.h"
 
 namespace mpbp {
 namespace {

@@ -1,14 +1,14 @@
 // The browser's URL loader: the tables, with owning references.
-#ifndef MPBP_PLUGIN_MPBP_PPAPI_URLLOADER_H_
-#define MPBP_PLUGIN_MPBP_PPAPI_URLLOADER_H_
+#ifndef MPBP_PPAPI_URLLOADER_H_
+#define MPBP_PPAPI_URLLOADER_H_
 
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 
-#include "plugin/mpbp/ppapi/browser.h"
-#include "plugin/mpbp/ppapi/var.h"
+#include "ppapi/browser.h"
+#include "ppapi/var.h"
 
 namespace mpbp {
 
@@ -67,4 +67,4 @@ class UrlLoader {
 
 }  // namespace mpbp
 
-#endif  // MPBP_PLUGIN_MPBP_PPAPI_URLLOADER_H_
+#endif  // MPBP_PPAPI_URLLOADER_H_

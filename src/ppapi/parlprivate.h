@@ -1,8 +1,8 @@
 // The private browser interface, in whichever version the browser has.
-#ifndef MPBP_PLUGIN_MPBP_PPAPI_PARLPRIVATE_H_
-#define MPBP_PLUGIN_MPBP_PPAPI_PARLPRIVATE_H_
+#ifndef MPBP_PPAPI_PARLPRIVATE_H_
+#define MPBP_PPAPI_PARLPRIVATE_H_
 
-#include "plugin/mpbp/ppapi/browser.h"
+#include "ppapi/browser.h"
 
 namespace mpbp {
 
@@ -28,4 +28,4 @@ class ParlPrivate {
 
 }  // namespace mpbp
 
-#endif  // MPBP_PLUGIN_MPBP_PPAPI_PARLPRIVATE_H_
+#endif  // MPBP_PPAPI_PARLPRIVATE_H_

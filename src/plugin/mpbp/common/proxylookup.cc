@@ -1,4 +1,4 @@
-#include "plugin/proxylookup.h"
+#include "plugin/mpbp/common/proxylookup.h"
 
 #include <cstdlib>
 #include <string_view>

@@ -4,10 +4,10 @@
 //
 // A table that the browser lacks makes what needs it fail quietly: an undefined var, a null
 // resource, false.
-#ifndef MPBP_PLUGIN_MPBP_PPAPI_BROWSER_H_
-#define MPBP_PLUGIN_MPBP_PPAPI_BROWSER_H_
+#ifndef MPBP_PPAPI_BROWSER_H_
+#define MPBP_PPAPI_BROWSER_H_
 
-#include "plugin/mpbp/ppapi/browser_abi.h"
+#include "abi/browser_abi.h"
 
 namespace mpbp {
 
@@ -74,4 +74,4 @@ class Resource {
 
 }  // namespace mpbp
 
-#endif  // MPBP_PLUGIN_MPBP_PPAPI_BROWSER_H_
+#endif  // MPBP_PPAPI_BROWSER_H_

@@ -1,13 +1,13 @@
 // One reference to a value of the page's script.
-#ifndef MPBP_PLUGIN_MPBP_PPAPI_VAR_H_
-#define MPBP_PLUGIN_MPBP_PPAPI_VAR_H_
+#ifndef MPBP_PPAPI_VAR_H_
+#define MPBP_PPAPI_VAR_H_
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "plugin/mpbp/ppapi/browser_abi.h"
+#include "abi/browser_abi.h"
 
 namespace mpbp {
 
@@ -57,4 +57,4 @@ class Var {
 
 }  // namespace mpbp
 
-#endif  // MPBP_PLUGIN_MPBP_PPAPI_VAR_H_
+#endif  // MPBP_PPAPI_VAR_H_

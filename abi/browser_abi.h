@@ -6,8 +6,8 @@
 // one passed in as an argument stays the caller's. Whoever returns a var from a function of
 // PPP_Class_Deprecated hands over one reference. A PP_Var* exception must be undefined before the
 // call, or the browser returns at once.
-#ifndef MPBP_PLUGIN_MPBP_PPAPI_BROWSER_ABI_H_
-#define MPBP_PLUGIN_MPBP_PPAPI_BROWSER_ABI_H_
+#ifndef MPBP_ABI_BROWSER_ABI_H_
+#define MPBP_ABI_BROWSER_ABI_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -306,4 +306,4 @@ static_assert(sizeof(PPB_URLRequestInfo_1_0) == 40 && sizeof(PPB_URLResponseInfo
 static_assert(sizeof(PPB_URLLoaderTrusted_0_3) == 16);
 static_assert(sizeof(PPB_Parl_Private_1_0) == 16 && sizeof(PPB_Parl_Private_2_0) == 24);
 
-#endif  // MPBP_PLUGIN_MPBP_PPAPI_BROWSER_ABI_H_
+#endif  // MPBP_ABI_BROWSER_ABI_H_

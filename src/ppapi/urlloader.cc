@@ -1,4 +1,4 @@
-#include "plugin/mpbp/ppapi/urlloader.h"
+#include "ppapi/urlloader.h"
 
 #include <limits>
 #include <utility>

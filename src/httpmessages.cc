@@ -1,4 +1,4 @@
-#include "plugin/mpbp/common/httpmessages.h"
+#include "httpmessages.h"
 
 #include "jsontext.h"
 

@@ -1,4 +1,4 @@
-#include "plugin/mpbp/ppapi/remotinghandler.h"
+#include "plugin/mpbp/common/remotinghandler.h"
 
 #include <charconv>
 #include <optional>
@@ -10,6 +10,7 @@ namespace mpbp {
 namespace {
 
 constexpr int32_t kGranted = 1;
+constexpr int32_t kStarted = 0;
 constexpr int32_t kLastPermissionType = 2;
 
 enum RemotingEvent : int32_t { REMOTING_ENDED = 0, REMOTING_ERROR = 1 };
@@ -33,16 +34,13 @@ std::optional<Integer> ReadInteger(const Json::Value& value) {
 
 }  // namespace
 
-RemotingHandler::RemotingHandler(PP_Instance instance)
-    : browser_(instance),
-      event_callback_(callbacks_.Repeating(Bind(&RemotingHandler::OnRemotingEvent))) {}
+RemotingHandler::RemotingHandler(std::unique_ptr<PrivateService> service)
+    : service_(std::move(service)) {}
 
-CallbackFactory::Function RemotingHandler::Bind(
+PrivateService::Done RemotingHandler::Bind(
     std::function<void(RemotingHandler&, int32_t)> function) {
-  return [this, function = std::move(function)](int32_t result) {
-    // This object is there: the factory cancels its callbacks when it goes.
-    const std::shared_ptr<RemotingHandler> self = shared_from_this();
-    function(*self, result);
+  return [weak = weak_from_this(), function = std::move(function)](int32_t result) {
+    if (const std::shared_ptr<RemotingHandler> self = weak.lock()) function(*self, result);
   };
 }
 
@@ -80,12 +78,11 @@ void RemotingHandler::RequestPermission(const Json::Value& message) {
     return;
   }
   const Permission permission{*id, *type, *tag};
-  const PP_CompletionCallback callback =
-      callbacks_.Once(Bind([permission](RemotingHandler& self, int32_t result) {
-        self.OnPermission(permission, result);
+  const int32_t result = service_->RequestPermission(
+      permission.type, Bind([permission](RemotingHandler& self, int32_t answer) {
+        self.OnPermission(permission, answer);
       }));
-  const int32_t result = browser_.RequestPermission(permission.type, callback);
-  if (result == PP_OK_COMPLETIONPENDING || !callbacks_.Cancel(callback)) return;
+  if (result == PrivateService::kPending) return;
   LOG(LS_ERROR) << "RequestPermission failed. "
                 << "message " << WriteJson(message) << ", error " << result;
   SendPermissionResult(permission, false);
@@ -115,18 +112,17 @@ void RemotingHandler::StartRemoting(const Json::Value& message) {
     LOG(LS_ERROR) << "Invalid message. Failed to parse arguments: " << WriteJson(message);
     return;
   }
-  const PP_CompletionCallback callback = callbacks_.Once(
-      Bind([id = *id](RemotingHandler& self, int32_t result) { self.OnStarted(id, result); }));
-  const int32_t result =
-      browser_.StartRemoting(event_callback_.func, event_callback_.user_data, callback);
-  if (result == PP_OK_COMPLETIONPENDING || !callbacks_.Cancel(callback)) return;
+  const int32_t result = service_->StartRemoting(
+      Bind(&RemotingHandler::OnRemotingEvent),
+      Bind([id = *id](RemotingHandler& self, int32_t answer) { self.OnStarted(id, answer); }));
+  if (result == PrivateService::kPending) return;
   LOG(LS_ERROR) << "StartRemoting failed. "
                 << "message " << WriteJson(message) << ", error " << result;
   SendTerminateEvent(*id);
 }
 
 void RemotingHandler::OnStarted(const std::string& id, int32_t result) {
-  if (result == PP_OK) {
+  if (result == kStarted) {
     remoting_id_ = id;
     return;
   }
@@ -151,10 +147,9 @@ void RemotingHandler::StopRemoting(const Json::Value& message) {
   }
   remoting_id_.clear();
   // Written whenever it completes, success included.
-  const PP_CompletionCallback callback = callbacks_.Once(
-      [](int32_t result) { LOG(LS_WARNING) << "StopRemoting failed. Error " << result; });
-  const int32_t result = browser_.StopRemoting(callback);
-  if (result == PP_OK_COMPLETIONPENDING || !callbacks_.Cancel(callback)) return;
+  const int32_t result = service_->StopRemoting(
+      [](int32_t answer) { LOG(LS_WARNING) << "StopRemoting failed. Error " << answer; });
+  if (result == PrivateService::kPending) return;
   LOG(LS_ERROR) << "StopRemoting failed. "
                 << "message " << WriteJson(message) << ", error " << result;
 }
