@@ -26,9 +26,13 @@ std::unique_ptr<Module>& TheModule() {
 
 bool process_ends = false;
 
-// Runs at the end of the process, and when the module is unloaded. The functions that were given to
-// atexit have run by then in the first case, and not yet in the second (they are called by one of
-// the C library's functions of this kind, which comes last).
+// Its destructor runs before OnUnload when the process ends, and after it when the module is
+// unloaded: destructors of static objects are then called by the last function of OnUnload's kind.
+struct ExitWatch {
+  ~ExitWatch() { process_ends = true; }
+};
+
+// Runs at the end of the process, and when the module is unloaded.
 __attribute__((destructor)) void OnUnload() {
   if (process_ends) return;
   // Unloaded without PPP_ShutdownModule: the browser's tables may be gone.
@@ -110,9 +114,7 @@ constexpr struct {
 };
 
 int32_t InitializeModule(PP_Module id, PPB_GetInterface get_browser_interface) {
-  // Without memory for it the end of the process would look like unloading: better not to load.
-  static const bool watched = atexit([] { process_ends = true; }) == 0;
-  if (!watched) return PP_ERROR_FAILED;
+  static const ExitWatch watch;
   DelayLoad();
   TheModule().reset();  // a browser that forgot to shut down
   TheModule() = std::make_unique<Module>();
