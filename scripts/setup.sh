@@ -28,11 +28,11 @@ install() {
     apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
 
-# build FOLDER [CMAKE-ARGUMENT...]: configures and builds everything.
+# build PRESET: configures and builds what the preset of that name in CMakePresets.json says.
 build() {
-  local folder=$1
-  shift
-  cmake -S "$top" -B "$folder" -G Ninja "$@" >"$folder.log" 2>&1 || { cat "$folder.log" >&2; return 1; }
-  rm -f "$folder.log"
-  ninja -C "$folder"
+  local log status=0
+  log=$(mktemp)
+  (cd "$top" && cmake --preset "$1") >"$log" 2>&1 || { status=$?; cat "$log" >&2; }
+  rm -f "$log"
+  [ "$status" -eq 0 ] && (cd "$top" && cmake --build --preset "$1")
 }
