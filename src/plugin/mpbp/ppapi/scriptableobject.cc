@@ -40,7 +40,9 @@ namespace {
 
 // What the browser holds as the object's data, from CreateObject to Deallocate.
 struct Holder {
-  std::shared_ptr<ScriptableObject> object;
+  explicit Holder(std::shared_ptr<ScriptableObject> held) : object(std::move(held)) {}
+
+  const std::shared_ptr<ScriptableObject> object;
   bool creating = true;  // CreateObject is on the stack
   bool deallocated = false;
 };
