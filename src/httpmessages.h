@@ -45,11 +45,12 @@ struct HttpResponse {
 // Reads ["httprequest", id, {verb, proto, host, port, path}, headers, body]. True when everything
 // is there and of its type. *request_id is set whenever it can be read, else to 0. Headers and body
 // may be missing; both are bytes as the text holds them.
-bool ReadHttpRequest(const Json::Value& message, HttpRequest* request, uint32_t* request_id);
+[[nodiscard]] bool ReadHttpRequest(const Json::Value& message, HttpRequest* request,
+                                   uint32_t* request_id);
 
 // ["httpresponse", id, {error, lastmodified, url?}, headers?, body?]; the last two only when there
 // are any, so that a body without headers stands at index 3.
-std::string WriteHttpResponse(const HttpResponse& response);
+[[nodiscard]] std::string WriteHttpResponse(const HttpResponse& response);
 
 }  // namespace mpbp
 

@@ -11,12 +11,13 @@ namespace mpbp {
 
 // Nothing when the text is no JSON, or is nested deeper than the library takes; *errors (may be
 // null) then says why. Comments are skipped.
-std::optional<Json::Value> ParseJson(const std::string& text, std::string* errors = nullptr);
+[[nodiscard]] std::optional<Json::Value> ParseJson(const std::string& text,
+                                                   std::string* errors = nullptr);
 
 // Compact: no blanks, no line break at the end, members in sorted key order. Bytes above 127 stand
 // as they are, valid UTF-8 or not; control characters, NUL included, are escaped. Empty only when
 // memory ran out.
-std::string WriteJson(const Json::Value& value);
+[[nodiscard]] std::string WriteJson(const Json::Value& value);
 
 // Element `index` of an array; a null value when there is none, or no array.
 const Json::Value& ElementAt(const Json::Value& array, unsigned index);

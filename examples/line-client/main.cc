@@ -23,7 +23,8 @@ class LineClient final : public ClientChannelDelegate, public IoDispatcher {
  public:
   bool Start(const std::string& url) {
     channel_ = ClientChannel::Create(this, url);
-    return channel_ && channel_->Start(std::make_unique<PluginMessageSocket>());
+    return channel_ &&
+           channel_->Start(std::make_unique<PluginMessageSocket>()) == LinkAttempt::UNDER_WAY;
   }
 
   void MessageReceived(const std::string& text) override {

@@ -28,7 +28,7 @@ class SignalThread : private MessageHandler {
   ~SignalThread() override;
 
   // Once. False when no thread could be started, or the caller's thread has no Thread object.
-  bool Start();
+  [[nodiscard]] bool Start();
 
   // On the owner's thread, after DoWork has returned. The handler may delete this object.
   Signal<SignalThread*> SignalWorkDone;

@@ -52,7 +52,7 @@ class Thread : public MessageQueue {
   // Starts an operating-system thread that runs `runnable`, or Run() when it is null. `runnable` is
   // borrowed until the thread ends. False for a wrapped or started thread, or when the system
   // refuses; a priority that cannot be had is only logged.
-  bool Start(Runnable* runnable = nullptr);
+  [[nodiscard]] bool Start(Runnable* runnable = nullptr);
   // Quits and joins. Harmless when not started. Not from the thread itself.
   void Stop();
   // From before Start: the thread deletes its own object when its work is done. Nobody joins it.

@@ -29,7 +29,7 @@ void SetRequireSecureStandardHosts(bool required);
 // "plugin_enable_corp_host" is not 0, from a corporate host, over either scheme. Reads the options
 // file each time. A standard host's pattern has no dot boundary: any host that ends with its name
 // matches.
-bool IsAllowedUrl(const std::string& url);
+[[nodiscard]] bool IsAllowedUrl(const std::string& url);
 
 }  // namespace mpbp
 

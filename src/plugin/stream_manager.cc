@@ -217,7 +217,8 @@ void StreamManager::Finish(std::shared_ptr<Stream> stream, std::unique_ptr<HttpR
       // Their loaders call the browser while they go.
       if (self) std::exchange(self->finished_, {}).clear();
     };
-    CallOnMainThread(0, callbacks_.Once(forget), 0);
+    // Without the core table there is no module.
+    static_cast<void>(CallOnMainThread(0, callbacks_.Once(forget), 0));
   }
   SignalResponse(response);
 }

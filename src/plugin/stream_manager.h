@@ -24,7 +24,8 @@ class StreamManager : public std::enable_shared_from_this<StreamManager> {
   // Starts a request. True takes `response` and raises SignalResponse with it when the request has
   // ended in whatever way: later, or inside this call where the browser completes inside its own.
   // False leaves it with the caller.
-  bool MakeRequest(const HttpRequest& request, std::unique_ptr<HttpResponse>& response);
+  [[nodiscard]] bool MakeRequest(const HttpRequest& request,
+                                 std::unique_ptr<HttpResponse>& response);
   // Ends every request; no response of theirs follows.
   void Clear();
 

@@ -52,7 +52,8 @@ void FetchBrowserInterfaces(PP_Module module, PPB_GetInterface get_interface);
 void ResetBrowserInterfaces();
 
 // Runs `callback` on the main thread after delay_ms. False without "PPB_Core;1.0".
-bool CallOnMainThread(int32_t delay_ms, const PP_CompletionCallback& callback, int32_t result);
+[[nodiscard]] bool CallOnMainThread(int32_t delay_ms, const PP_CompletionCallback& callback,
+                                    int32_t result);
 
 // One reference to a resource of the browser.
 class Resource {

@@ -15,11 +15,11 @@ class ParlPrivate {
   explicit ParlPrivate(PP_Instance instance);
 
   // Completes with 1 when the permission was granted.
-  int32_t RequestPermission(int32_t kind, const PP_CompletionCallback& callback);
+  [[nodiscard]] int32_t RequestPermission(int32_t kind, const PP_CompletionCallback& callback);
   // `event` is called with `user_data` for each event of the session.
-  int32_t StartRemoting(PPB_Parl_RemotingEvent_Func event, void* user_data,
-                        const PP_CompletionCallback& callback);
-  int32_t StopRemoting(const PP_CompletionCallback& callback);
+  [[nodiscard]] int32_t StartRemoting(PPB_Parl_RemotingEvent_Func event, void* user_data,
+                                      const PP_CompletionCallback& callback);
+  [[nodiscard]] int32_t StopRemoting(const PP_CompletionCallback& callback);
 
  private:
   const PP_Instance instance_;

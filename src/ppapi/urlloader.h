@@ -51,10 +51,10 @@ class UrlLoader {
   ~UrlLoader() { Close(); }
 
   // Opens the request with access to every origin.
-  int32_t Open(const UrlRequest& request, const PP_CompletionCallback& callback);
+  [[nodiscard]] int32_t Open(const UrlRequest& request, const PP_CompletionCallback& callback);
   // Completes with the number of bytes read, 0 at the end. `buffer` is borrowed until then.
-  int32_t Read(std::span<char> buffer, const PP_CompletionCallback& callback);
-  UrlResponseInfo ResponseInfo() const;
+  [[nodiscard]] int32_t Read(std::span<char> buffer, const PP_CompletionCallback& callback);
+  [[nodiscard]] UrlResponseInfo ResponseInfo() const;
   // Ends the request; the browser touches no buffer after that. Also from inside one of the calls
   // above, which then goes no further. Closing twice is harmless.
   void Close();

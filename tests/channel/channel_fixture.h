@@ -91,7 +91,9 @@ class ChannelTest : public testing::Test {
     ThreadManager::Instance().UnwrapCurrentThread();
   }
 
-  bool Start() { return channel_->Start(std::make_unique<PluginMessageSocket>()); }
+  bool Start() {
+    return channel_->Start(std::make_unique<PluginMessageSocket>()) == LinkAttempt::UNDER_WAY;
+  }
   void StartEngine(bool mute = false) { engine_ = std::make_unique<FakeEngine>(mute); }
 
   // Serves the thread until `predicate` holds; false when it did not in time.

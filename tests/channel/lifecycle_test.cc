@@ -64,7 +64,7 @@ TEST_F(Lifecycle, LaunchesAnEngineAndPollsForItsPortFile) {
 
 TEST_F(Lifecycle, RefusesToStartWithoutASocketTwiceOrWithoutAnEngine) {
   CapturedLog log;
-  EXPECT_FALSE(channel_->Start(nullptr));
+  EXPECT_EQ(channel_->Start(nullptr), LinkAttempt::FAILED);
   EXPECT_TRUE(log.Contains(": Invalid argument: socket"));
   channel_->launch = [](int* error) {
     *error = 13;

@@ -31,7 +31,7 @@ class BrowserThread {
 
   // The calling thread's, counting one more channel on it. Wraps the thread first when the runtime
   // has no Thread for it.
-  static std::shared_ptr<BrowserThread> Acquire();
+  [[nodiscard]] static std::shared_ptr<BrowserThread> Acquire();
   // Counts one channel less. With the last one the entry goes, and the wrapper with it; that needs
   // the thread itself to be the caller, or the thread keeps its thread-local value (an error line).
   void Release();

@@ -31,17 +31,17 @@ ClientChannel::~ClientChannel() {
   if (socket_) Stop();
 }
 
-bool ClientChannel::Start(std::unique_ptr<PluginMessageSocket> socket) {
+LinkAttempt ClientChannel::Start(std::unique_ptr<PluginMessageSocket> socket) {
   LOG(LS_VERBOSE) << this << ": Start: ";
   if (!socket) {
     LOG(LS_ERROR) << this << ": Invalid argument: socket";
-    return false;
+    return LinkAttempt::FAILED;
   }
   if (IsRunning()) {
     LOG(LS_ERROR) << this
                   << ": Called ClientChannel::Start() on a client channel which was already "
                      "running.";
-    return false;
+    return LinkAttempt::FAILED;
   }
   // The page is called from here on; it may drop this channel, or stop it and with it the thread.
   const std::shared_ptr<ClientChannel> self = shared_from_this();
@@ -53,20 +53,20 @@ bool ClientChannel::Start(std::unique_ptr<PluginMessageSocket> socket) {
   const uint32_t run = ++run_;
   AttachSocket(std::move(socket));
 
-  if (InitiateConnection()) return true;
-  if (HasEnded(run)) return false;
+  const LinkAttempt attempt = InitiateConnection();
+  if (attempt != LinkAttempt::FAILED) return attempt;
   LOG(LS_INFO) << this << ": MurmelParlPlugin not running. Starting new process...";
   const bool started = StartEngine();
-  if (HasEnded(run)) return false;
+  if (HasEnded(run)) return LinkAttempt::ENDED;
   if (started) {
     LOG(LS_INFO) << this << ": Waiting for MurmelParlPlugin to start...";
     PostDelayed(kRetryDelayMs, kMsgConnect);
-    return true;
+    return LinkAttempt::UNDER_WAY;
   }
   socket_.reset();
   ++run_;
   ReleaseThread();
-  return false;
+  return LinkAttempt::FAILED;
 }
 
 void ClientChannel::AttachSocket(std::unique_ptr<PluginMessageSocket> socket) {
@@ -118,8 +118,7 @@ void ClientChannel::OnMessage(Message* message) {
 
 void ClientChannel::TryToConnect() {
   LOG(LS_INFO) << this << ": Attempting to connect to MurmelParlPlugin...";
-  const uint32_t run = run_;
-  if (InitiateConnection() || HasEnded(run)) return;
+  if (InitiateConnection() != LinkAttempt::FAILED) return;
   LOG(LS_INFO) << this << ": Waiting for MurmelParlPlugin to start...";
   PostDelayed(kRetryDelayMs, kMsgConnect);
 }
@@ -138,19 +137,20 @@ void ClientChannel::RequestRestart(const char* reason) {
   PostDelayed(kRetryDelayMs, kMsgRestart);
 }
 
-bool ClientChannel::InitiateConnection() {
+LinkAttempt ClientChannel::InitiateConnection() {
   LOG(LS_VERBOSE) << this << ": InitiateConnection: ";
   const uint32_t run = run_;
   int error = 0;
   const bool connecting = ConnectSocket(&error);
-  if (HasEnded(run)) return false;
+  if (HasEnded(run)) return LinkAttempt::ENDED;
   if (connecting || error != 0) SendConnectStatus(ConnectStep::CONNECT, error);
   if (connecting) {
     LOG(LS_INFO) << this << ": Initiated connection to MurmelParlPlugin";
-    return !HasEnded(run);
+  } else {
+    LOG(LS_WARNING) << this << ": Could not initiate MurmelParlPlugin connection";
   }
-  LOG(LS_WARNING) << this << ": Could not initiate MurmelParlPlugin connection";
-  return false;
+  if (HasEnded(run)) return LinkAttempt::ENDED;
+  return connecting ? LinkAttempt::UNDER_WAY : LinkAttempt::FAILED;
 }
 
 bool ClientChannel::ConnectSocket(int* error) {

@@ -27,6 +27,13 @@
 
 namespace mpbp {
 
+// What became of an attempt to link up.
+enum class LinkAttempt {
+  UNDER_WAY,  // the rest comes with events and timers
+  FAILED,
+  ENDED,  // the page has stopped the channel, or started it anew, from inside
+};
+
 // The plug-in instance, as the channel sees it.
 class ClientChannelDelegate {
  public:
@@ -54,13 +61,13 @@ class ClientChannel : public MessageHandler,
  public:
   // Null, with an error line, when pages of `url` are not served. `delegate` is borrowed until
   // Detach.
-  static std::shared_ptr<ClientChannel> Create(ClientChannelDelegate* delegate,
-                                               const std::string& url);
+  [[nodiscard]] static std::shared_ptr<ClientChannel> Create(ClientChannelDelegate* delegate,
+                                                             const std::string& url);
   ~ClientChannel() override;
 
-  // Starts the link, launching an engine when there is none. False when the channel runs already,
+  // Starts the link, launching an engine when there is none. FAILED when the channel runs already,
   // or neither worked. Reports to the page from inside.
-  bool Start(std::unique_ptr<PluginMessageSocket> socket);
+  [[nodiscard]] LinkAttempt Start(std::unique_ptr<PluginMessageSocket> socket);
   // Ends the link; the engine goes on. Harmless, with an error line, on a channel that does not
   // run.
   void Stop();
@@ -72,7 +79,7 @@ class ClientChannel : public MessageHandler,
   // A page's text: acted on here ("kill", "uploadbrowserpluginlog"), or written to the engine, or
   // queued until the engine has authorized. False when it was not accepted: the channel does not
   // run, the link was given up, or too much waits for the engine already.
-  virtual bool Send(const std::string& text);
+  [[nodiscard]] virtual bool Send(const std::string& text);
   // Answers an HTTP request of the engine. Dropped when the link that asked is gone.
   void SendHttpResponse(std::unique_ptr<HttpResponse> response);
 
@@ -107,7 +114,7 @@ class ClientChannel : public MessageHandler,
 
   // Connection and lifecycle (clientchannel.cc).
   void AttachSocket(std::unique_ptr<PluginMessageSocket> socket);
-  bool InitiateConnection();
+  LinkAttempt InitiateConnection();
   void TryToConnect();
   void RestartEngine();
   void RequestRestart(const char* reason);

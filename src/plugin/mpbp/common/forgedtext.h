@@ -8,7 +8,7 @@ namespace mpbp {
 
 // Whether the text holds "mpbp-request-permission-result" anywhere, as it stands or written with
 // JSON's escapes. Looks at the text, not at its JSON: what one reader refuses another may accept.
-bool IsForgedPermissionResult(std::string_view text);
+[[nodiscard]] bool IsForgedPermissionResult(std::string_view text);
 
 }  // namespace mpbp
 

@@ -107,7 +107,9 @@ void ClientChannel::RelayToPage(const std::string& text) {
   const uint32_t start = Time();
   Deliver(text);
   const int32_t elapsed = TimeDiff(Time(), start);
-  if (elapsed > kSlowHandlingMs && !HasEnded(run)) Send(SlowHandlingComment(elapsed));
+  if (elapsed > kSlowHandlingMs && !HasEnded(run)) {
+    static_cast<void>(Send(SlowHandlingComment(elapsed)));  // logs its failure
+  }
 }
 
 bool ClientChannel::HandleKill(const Json::Value& message) {
@@ -179,7 +181,7 @@ void ClientChannel::SendHttpResponse(std::unique_ptr<HttpResponse> response) {
 void ClientChannel::HandleGetProxyForUrl(const std::string& text) {
   std::string reply;
   if (delegate_ && delegate_->GetProxyForUrl(text, &reply)) {
-    Send(reply);
+    static_cast<void>(Send(reply));  // logs its failure
   } else {
     LOG(LS_ERROR) << this << ": Failed getting proxy settings: " << text;
   }

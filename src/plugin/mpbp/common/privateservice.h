@@ -24,10 +24,11 @@ class PrivateService {
   PrivateService& operator=(const PrivateService&) = delete;
   virtual ~PrivateService() = default;
 
-  virtual int32_t RequestPermission(int32_t kind, Done done) = 0;
+  [[nodiscard]] virtual int32_t RequestPermission(int32_t kind, Done done) = 0;
   // `on_event` runs for each event of the session; that of a later start replaces it.
-  virtual int32_t StartRemoting(std::function<void(int32_t event)> on_event, Done done) = 0;
-  virtual int32_t StopRemoting(Done done) = 0;
+  [[nodiscard]] virtual int32_t StartRemoting(std::function<void(int32_t event)> on_event,
+                                              Done done) = 0;
+  [[nodiscard]] virtual int32_t StopRemoting(Done done) = 0;
   // Nothing that was given to the requests runs from here on.
   virtual void End() = 0;
 };

@@ -22,7 +22,7 @@ std::optional<std::string> FindProxyForUrl(const std::string& url,
 
 // Answers the engine's ["getproxyforurl", id, url] with ["proxyforurl", id, result]. False for a
 // request that cannot be understood.
-bool AnswerProxyRequest(const std::string& request, std::string* reply);
+[[nodiscard]] bool AnswerProxyRequest(const std::string& request, std::string* reply);
 
 }  // namespace mpbp
 

@@ -31,7 +31,7 @@ class RemotingHandler : public std::enable_shared_from_this<RemotingHandler> {
   RemotingHandler& operator=(const RemotingHandler&) = delete;
 
   // True when the text was one of the three requests, well-formed or not: the page does not get it.
-  bool HandleMessage(const std::string& text);
+  [[nodiscard]] bool HandleMessage(const std::string& text);
   // No answer of the service does anything from here on.
   void End() { service_->End(); }
 

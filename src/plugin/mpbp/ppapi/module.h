@@ -27,11 +27,11 @@ class Module {
   // The module in place, or null.
   static Module* Get();
   // Fetches the browser's tables and calls Init. False without "PPB_Core;1.0" or when Init fails.
-  bool Initialize(PP_Module module, PPB_GetInterface get_browser_interface);
+  [[nodiscard]] bool Initialize(PP_Module module, PPB_GetInterface get_browser_interface);
 
   // Makes the instance and initialises it. False when it cannot be used; it is there all the same,
   // until DestroyInstance.
-  bool AddInstance(PP_Instance instance);
+  [[nodiscard]] bool AddInstance(PP_Instance instance);
   // Harmless for an unknown instance. The instance's own calls may be on the stack.
   void DestroyInstance(PP_Instance instance);
   // Null when there is none.

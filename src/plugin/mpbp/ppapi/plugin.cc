@@ -67,7 +67,10 @@ std::string PluginObject::PageUrl() const {
   return window.GetProperty("location").GetProperty("href").AsString().value_or("");
 }
 
-void PluginObject::SchedulePump() { CallOnMainThread(kPumpIntervalMs, pump_, 0); }
+void PluginObject::SchedulePump() {
+  // Without the core table there is no module.
+  static_cast<void>(CallOnMainThread(kPumpIntervalMs, pump_, 0));
+}
 
 void PluginObject::OnPump() {
   SchedulePump();
@@ -99,7 +102,7 @@ bool PluginObject::GetProxyForUrl(const std::string& text, std::string* reply) {
 }
 
 void PluginObject::SendToEngine(const std::string& text) {
-  if (channel_) channel_->Send(text);
+  if (channel_) static_cast<void>(channel_->Send(text));  // logs its failure
 }
 
 void PluginObject::OnHttpResponse(std::unique_ptr<HttpResponse>& response) {

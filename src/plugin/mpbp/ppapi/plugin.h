@@ -31,12 +31,12 @@ class PluginObject final : public ClientChannelDelegate,
   ~PluginObject();
 
   // Makes the channel and begins to pump. False when the page is not served.
-  bool Init();
+  [[nodiscard]] bool Init();
   // Ends everything; harmless when done before. Every operation is refused from then on.
   void Destroy();
 
   // A new script object for the page each time; undefined when the browser makes none.
-  Var GetInstanceObject();
+  [[nodiscard]] Var GetInstanceObject();
 
   // Scripting. Where *exception is set the text was logged and is thrown into the page's script.
   bool HasMethod(const Var& name) const;

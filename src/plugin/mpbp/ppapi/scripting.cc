@@ -105,7 +105,7 @@ void PluginObject::StartChannel() {
   // Held: the page may destroy the instance from inside Start.
   const std::shared_ptr<ClientChannel> channel = channel_;
   if (!channel || channel->IsRunning()) return;
-  if (!channel->Start(std::make_unique<PluginMessageSocket>())) {
+  if (channel->Start(std::make_unique<PluginMessageSocket>()) != LinkAttempt::UNDER_WAY) {
     LOG(LS_ERROR) << "Failed to start client channel.";
   }
 }
