@@ -68,7 +68,7 @@ class PhysicalSocket : public AsyncSocket, public SlotOwner {
   void OnResolved(SignalThread* resolver);
 
   mutable CriticalSection error_crit_;
-  int error_ = 0;  // guarded by error_crit_
+  int error_ MPBP_GUARDED_BY(error_crit_) = 0;
   std::unique_ptr<AsyncResolver> resolver_;
 };
 

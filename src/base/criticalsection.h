@@ -4,28 +4,32 @@
 
 #include <mutex>
 
+#include "base/threadannotations.h"
+
 namespace mpbp {
 
 // May be entered again by the thread that holds it; every Enter needs its Leave.
-class CriticalSection {
+class MPBP_LOCK CriticalSection {
  public:
   CriticalSection() = default;
   CriticalSection(const CriticalSection&) = delete;
   CriticalSection& operator=(const CriticalSection&) = delete;
 
-  void Enter() { mutex_.lock(); }
-  void Leave() { mutex_.unlock(); }
+  void Enter() MPBP_ACQUIRES() { mutex_.lock(); }
+  void Leave() MPBP_RELEASES() { mutex_.unlock(); }
 
  private:
   std::recursive_mutex mutex_;
 };
 
-class CritScope {
+class MPBP_SCOPED_LOCK CritScope {
  public:
-  explicit CritScope(CriticalSection& section) : section_(section) { section_.Enter(); }
+  explicit CritScope(CriticalSection& section) MPBP_ACQUIRES(section) : section_(section) {
+    section_.Enter();
+  }
   CritScope(const CritScope&) = delete;
   CritScope& operator=(const CritScope&) = delete;
-  ~CritScope() { section_.Leave(); }
+  ~CritScope() MPBP_RELEASES() { section_.Leave(); }
 
  private:
   CriticalSection& section_;

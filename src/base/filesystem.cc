@@ -21,8 +21,8 @@ constexpr size_t kAppPathSize = 255;
 
 struct Names {
   CriticalSection lock;
-  std::string organization;
-  std::string application;
+  std::string organization MPBP_GUARDED_BY(lock);
+  std::string application MPBP_GUARDED_BY(lock);
 };
 
 Names& TheNames() {

@@ -32,14 +32,14 @@ class LogState {
   explicit LogState(std::atomic<int>& gate) : gate_(gate) {}
   ~LogState() { gate_ = LS_NONE; }
 
-  void UpdateGate() {
+  void UpdateGate() MPBP_REQUIRES(lock) {
     int lowest = dbg_sev;
     for (const Output& output : outputs) lowest = std::min(lowest, output.threshold);
     gate_ = lowest;
   }
 
-  CriticalSection lock;  // guards outputs and every write to them
-  std::vector<Output> outputs;
+  CriticalSection lock;
+  std::vector<Output> outputs MPBP_GUARDED_BY(lock);  // and every write to them
   std::atomic<int> dbg_sev{LS_NONE};
   std::atomic<int> ctx_sev{LS_WARNING};
   std::atomic<bool> timestamps{false};

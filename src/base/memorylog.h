@@ -37,13 +37,13 @@ class MemoryLog : public StreamInterface {
   std::string Tail(size_t max_bytes) const;
 
  private:
-  void Append(std::string_view data);
+  void Append(std::string_view data) MPBP_REQUIRES(lock_);
 
-  mutable CriticalSection lock_;    // guards what follows
-  std::deque<std::string> chunks_;  // all but the last are full
-  size_t kept_ = 0;                 // bytes in chunks_
-  uint64_t size_ = 0;
-  bool closed_ = false;
+  mutable CriticalSection lock_;
+  std::deque<std::string> chunks_ MPBP_GUARDED_BY(lock_);  // all but the last are full
+  size_t kept_ MPBP_GUARDED_BY(lock_) = 0;                 // bytes in chunks_
+  uint64_t size_ MPBP_GUARDED_BY(lock_) = 0;
+  bool closed_ MPBP_GUARDED_BY(lock_) = false;
 };
 
 }  // namespace mpbp

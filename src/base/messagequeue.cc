@@ -36,7 +36,7 @@ class QueueRegistry {
 
  private:
   CriticalSection lock_;
-  std::vector<MessageQueue*> queues_;
+  std::vector<MessageQueue*> queues_ MPBP_GUARDED_BY(lock_);
 };
 
 // Heap order: the top is due first; due at the same time, the one posted first. Due times are
@@ -85,13 +85,11 @@ bool MessageQueue::IsQuitting() { return stopping_; }
 void MessageQueue::Restart() { stopping_ = false; }
 
 bool MessageQueue::Peek(const Message** message, int wait_ms) {
-  if (!peek_kept_) {
-    Message next;
-    if (!Get(&next, wait_ms)) return false;
-    CritScope scope(crit_);
-    peeked_ = std::move(next);
-    peek_kept_ = true;
-  }
+  Message next;
+  if (!Get(&next, wait_ms)) return false;  // gives out what an earlier Peek has kept
+  CritScope scope(crit_);
+  peeked_ = std::move(next);
+  peek_kept_ = true;
   *message = &peeked_;
   return true;
 }

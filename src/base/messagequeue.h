@@ -80,7 +80,7 @@ class MessageQueue {
   void Unregister();
   bool stopping() const { return stopping_; }
 
-  CriticalSection crit_;  // guards every field below but the atomic ones
+  CriticalSection crit_;  // never held while a handler runs
 
  private:
   void EnsureRegistered();
@@ -95,11 +95,12 @@ class MessageQueue {
   SocketServer* socket_server_;
   std::atomic<bool> stopping_{false};
   std::atomic<bool> registered_{false};
-  bool peek_kept_ = false;
-  Message peeked_;
-  MessageList immediate_;
-  std::vector<DelayedMessage> delayed_;  // a heap, the earliest on top
-  uint32_t next_sequence_ = 0;
+  bool peek_kept_ MPBP_GUARDED_BY(crit_) = false;
+  Message peeked_ MPBP_GUARDED_BY(crit_);
+  MessageList immediate_ MPBP_GUARDED_BY(crit_);
+  // A heap, the earliest on top.
+  std::vector<DelayedMessage> delayed_ MPBP_GUARDED_BY(crit_);
+  uint32_t next_sequence_ MPBP_GUARDED_BY(crit_) = 0;
 };
 
 }  // namespace mpbp

@@ -78,12 +78,14 @@ class PhysicalSocketServer : public SocketServer {
   // The events of one dispatcher, taken out of the round's sets.
   uint32_t TakeEvents(Round& round, const IoDispatcher& dispatcher, int* error);
 
-  CriticalSection crit_;                    // guards what follows, up to the flag
-  std::vector<IoDispatcher*> dispatchers_;  // in insertion order
-  Round* rounds_ = nullptr;                 // innermost first; on the stacks of DispatchReady
-  std::optional<uint32_t> accept_paused_;   // Time() when accepting was paused
-  std::optional<uint32_t> pause_logged_;    // Time() of the last line about it
-  bool wait_flag_ = false;                  // of the owning thread: Wait goes on
+  CriticalSection crit_;
+  std::vector<IoDispatcher*> dispatchers_ MPBP_GUARDED_BY(crit_);  // in insertion order
+  // Innermost first; on the stacks of DispatchReady. Written by the owning thread with the lock
+  // held.
+  Round* rounds_ = nullptr;
+  std::optional<uint32_t> accept_paused_ MPBP_GUARDED_BY(crit_);  // Time() of the last pause
+  std::optional<uint32_t> pause_logged_ MPBP_GUARDED_BY(crit_);  // Time() of the last line about it
+  bool wait_flag_ = false;  // of the owning thread: Wait goes on
   std::unique_ptr<WakeUpPipe> wakeup_;
   std::unique_ptr<SignalPipeDispatcher> signals_;  // made on demand
 };

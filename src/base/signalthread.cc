@@ -31,7 +31,7 @@ class SignalThread::Job : public Runnable {
   std::shared_ptr<Job> self_;
   CriticalSection lock_;
   Thread* owner_thread_;  // outlives the owner
-  SignalThread* owner_;
+  SignalThread* owner_ MPBP_GUARDED_BY(lock_);
 };
 
 SignalThread::SignalThread(std::shared_ptr<Work> work) : work_(std::move(work)) {}

@@ -41,7 +41,7 @@ class Thread::Completion {
  private:
   CriticalSection lock_;
   Thread* const sender_;
-  bool finished_ = false;
+  bool finished_ MPBP_GUARDED_BY(lock_) = false;
 };
 
 ThreadManager& ThreadManager::Instance() {

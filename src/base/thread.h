@@ -97,7 +97,7 @@ class Thread : public MessageQueue {
   bool delete_self_when_complete_ = false;
   pthread_t handle_{};
   Runnable* runnable_ = nullptr;
-  std::list<PendingSend> pending_sends_;  // guarded by crit_
+  std::list<PendingSend> pending_sends_ MPBP_GUARDED_BY(crit_);
 };
 
 // Knows each operating-system thread's Thread. Every operation is about the calling thread.

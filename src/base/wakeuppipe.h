@@ -37,8 +37,8 @@ class WakeUpPipe : public IoDispatcher {
   int read_end_ = -1;
   int write_end_ = -1;
   bool added_ = false;
-  CriticalSection crit_;   // guards signaled_
-  bool signaled_ = false;  // a byte is in the pipe
+  CriticalSection crit_;
+  bool signaled_ MPBP_GUARDED_BY(crit_) = false;  // a byte is in the pipe
 };
 
 }  // namespace mpbp

@@ -33,7 +33,7 @@ constinit std::atomic<Clock::time_point> last_launch{kNoLaunch};  // of those th
 
 struct LogStoreHolder {
   CriticalSection lock;
-  std::shared_ptr<MemoryLog> store;
+  std::shared_ptr<MemoryLog> store MPBP_GUARDED_BY(lock);
 };
 
 LogStoreHolder& LogStore() {

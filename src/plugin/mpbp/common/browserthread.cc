@@ -11,7 +11,7 @@ namespace {
 
 struct Registry {
   CriticalSection lock;
-  std::map<Thread*, std::shared_ptr<BrowserThread>> threads;
+  std::map<Thread*, std::shared_ptr<BrowserThread>> threads MPBP_GUARDED_BY(lock);
 
   static Registry& Instance() {
     static StaticObject<Registry> registry;
