@@ -27,7 +27,7 @@ struct Reentrance : ChannelTest, testing::WithParamInterface<std::tuple<Act, int
         channel_->Detach();
         break;
       case Act::KILL_AND_DESTROY:
-        channel_->Send("[\"kill\",true]");
+        EXPECT_TRUE(channel_->Send("[\"kill\",true]"));
         Destroy();
         break;
     }
