@@ -185,7 +185,7 @@ void StreamManager::Stream::DescribeResponse() {
 void StreamManager::Stream::Fail() {
   if (!response_) return;
   response_->error = HTTP_FAILED;
-  response_->body = ByteBuffer();
+  response_->body.Clear();  // allocates nothing: there may be no memory
   Finish();
 }
 
