@@ -44,7 +44,7 @@ MemoryFile::~MemoryFile() { close(fd_); }
 std::string MemoryFile::path() const { return "/proc/self/fd/" + std::to_string(fd_); }
 
 std::string MemoryFile::Content() const {
-  struct stat status {};
+  struct stat status = {};
   FUZZ_CHECK(fstat(fd_, &status) == 0);
   std::string content(static_cast<size_t>(status.st_size), '\0');
   FUZZ_CHECK(pread(fd_, content.data(), content.size(), 0) == status.st_size);
