@@ -9,7 +9,7 @@
 #include <string>
 
 #include "fuzz/fuzz.h"
-#include "plugin/httpheaders.h"
+#include "httpheaders.h"
 
 namespace mpbp::fuzz {
 namespace {

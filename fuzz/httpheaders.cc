@@ -1,5 +1,5 @@
 // The header lines of a response.
-#include "plugin/httpheaders.h"
+#include "httpheaders.h"
 
 #include <sstream>
 

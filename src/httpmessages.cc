@@ -1,9 +1,16 @@
 #include "httpmessages.h"
 
+#include <cstdio>
+#include <utility>
+
+#include "base/logging.h"
+#include "httpheaders.h"
 #include "jsontext.h"
 
 namespace mpbp {
 namespace {
+
+constexpr char kDefaultVersion[] = "HTTP/1.1";
 
 bool ReadText(const Json::Value& value, std::string* text) {
   if (!value.isString()) return false;
@@ -12,6 +19,36 @@ bool ReadText(const Json::Value& value, std::string* text) {
 }
 
 }  // namespace
+
+std::string RequestUrl(const HttpRequest& request) {
+  return request.proto + "://" + request.host + ":" + std::to_string(request.port) + request.path;
+}
+
+bool IsSupportedVerb(const std::string& verb) {
+  if (verb == "POST" || verb == "GET") return true;
+  LOG(LS_ERROR) << "HTTP verb not supported: " << verb;
+  return false;
+}
+
+void DescribeResponse(const std::string& header_lines, std::optional<std::string> status_line,
+                      int32_t status_code, HttpResponse* response) {
+  const HttpHeaders headers = ParseHttpHeaders(header_lines);
+  if (const auto found = headers.find("last-modified"); found != headers.end()) {
+    response->lastmodified = ParseHttpDate(found->second);
+  }
+  std::string version = kDefaultVersion;
+  if (const auto found = headers.find("version"); found != headers.end()) {
+    version = found->second;
+  } else {
+    LOG(LS_INFO) << "HTTP response missing version info; assuming 1.1.";
+  }
+  if (!status_line) {
+    char line[256];
+    snprintf(line, sizeof(line), "%s %d %s", version.c_str(), status_code, "");
+    status_line = line;
+  }
+  response->headers = *status_line + "\n" + header_lines;
+}
 
 bool ReadHttpRequest(const Json::Value& message, HttpRequest* request, uint32_t* request_id) {
   const Json::Value& id = ElementAt(message, 1);

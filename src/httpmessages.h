@@ -42,6 +42,17 @@ struct HttpResponse {
   uint32_t link = kAnyLink;
 };
 
+// proto://host:port followed by the path. The port is always written.
+[[nodiscard]] std::string RequestUrl(const HttpRequest& request);
+
+// Whether requests of this verb are made: GET and POST. An error line for others.
+[[nodiscard]] bool IsSupportedVerb(const std::string& verb);
+
+// Fills in `headers` and `lastmodified` from what a browser tells of a response: the header lines,
+// the status line (made from the code when there is none).
+void DescribeResponse(const std::string& header_lines, std::optional<std::string> status_line,
+                      int32_t status_code, HttpResponse* response);
+
 // Reads ["httprequest", id, {verb, proto, host, port, path}, headers, body]. True when everything
 // is there and of its type. *request_id is set whenever it can be read, else to 0. Headers and body
 // may be missing; both are bytes as the text holds them.

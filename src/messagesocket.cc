@@ -199,6 +199,7 @@ void MessageSocket::Close() {
   }
   output_.Clear();
   input_.Clear();
+  input_waits_ = false;
   OnClose();
   if (socket_) {
     socket_->Close();
@@ -282,7 +283,15 @@ void MessageSocket::OnWriteEvent(AsyncSocket*) {
   if (state_ == STATE_CONNECTED) Flush();
 }
 
+void MessageSocket::HoldInput(bool held) {
+  input_held_ = held;
+  // The socket raises no further event until it is read.
+  if (!held && input_waits_ && socket_) OnReadEvent(socket_.get());
+}
+
 void MessageSocket::OnReadEvent(AsyncSocket* socket) {
+  input_waits_ = input_held_ && authorized_;
+  if (input_waits_) return;
   char bytes[kReadSize];
   const int count = socket->Recv(bytes, sizeof(bytes));
   if (count < 0 && !IsBlockingError(socket->GetError())) {

@@ -68,6 +68,11 @@ class MessageSocket : public SlotOwner {
   // harmless.
   void Close();
 
+  // While held, an authorized link takes nothing more from the peer, whose writes stop when the
+  // system's buffers are full; the end of the link is seen afterwards. Lifting it may raise signals
+  // from inside the call. Holds for later connections too.
+  void HoldInput(bool held);
+
   void set_port_file_path(std::string path) { port_file_path_ = std::move(path); }
   // What a client sends about itself; on the server what the client sent.
   void set_host_description(std::string text) { host_description_ = std::move(text); }
@@ -136,6 +141,8 @@ class MessageSocket : public SlotOwner {
   ByteBuffer input_;
   ByteBuffer output_;
   bool dispatching_ = false;  // received messages are being handed out
+  bool input_held_ = false;
+  bool input_waits_ = false;  // the socket was readable while the input was held
   bool port_file_written_ = false;
   std::string port_file_path_;
   std::string host_description_;

@@ -64,8 +64,13 @@ std::string EnginePath() {
 }
 
 // Where the log goes; empty when there is no place for it.
-Pathname LogPath(const std::string& configured, const std::string& default_file_name) {
-  if (!configured.empty()) return Pathname(ReplaceTimestamp(configured));
+Pathname LogPath(const std::string& configured, const std::string& default_file_name,
+                 LogPathMeans path_means) {
+  if (!configured.empty()) {
+    Pathname path(ReplaceTimestamp(configured));
+    if (path_means == LogPathMeans::FOLDER_OF) path.SetFilename(default_file_name);
+    return path;
+  }
   LOG(LS_INFO) << "No bp log location saved, using default.";
   Pathname path;
   if (Filesystem::GetAppDataFolder(&path, true)) path.SetFilename(default_file_name);
@@ -125,14 +130,16 @@ bool ShareEngineLaunch(int* error) {
 
 void ForgetEngineLaunch() { last_launch = kNoLaunch; }
 
-void SetupPluginLogging(const std::string& prefix, const std::string& default_file_name) {
+void SetupPluginLogging(const std::string& prefix, const std::string& default_file_name,
+                        LogPathMeans path_means) {
   Filesystem::SetApplicationName(kApplicationName);
   Filesystem::SetOrganizationName(kOrganizationName);
   const auto options = CreateOptionsPersistence();
   const std::string level_name = GetOption(*options, prefix + "_log_level");
   const int level = level_name.empty() ? LS_INFO : LogMessage::SeverityFromName(level_name);
   LogMessage::LogToDebug(std::min<int>(level, LS_INFO));
-  const Pathname path = LogPath(GetOption(*options, prefix + "_log_path"), default_file_name);
+  const Pathname path =
+      LogPath(GetOption(*options, prefix + "_log_path"), default_file_name, path_means);
   LogMessage::LogTimestamps(true);
   if (!path.empty()) OpenLog(path, level);
   LogSystemInfo();

@@ -22,13 +22,18 @@ namespace mpbp {
 // The next ShareEngineLaunch starts an engine in any case: the one that was started may be dead.
 void ForgetEngineLaunch();
 
+// What the option for the log's path says: the file, or the folder of a program that shares the
+// options of another and writes a file of its own beside.
+enum class LogPathMeans { FILE, FOLDER_OF };
+
 // Names the application for the file system, and sets up logging from the options `prefix` +
 // "_log_level" and "_log_path": to a file, by default `default_file_name` in the application data
 // folder, and to the log store. Then describes the machine in the log. Every failure is logged and
 // leaves out what failed; without the file the store stays empty.
 //
 // For module start; from one thread, as is ReleasePluginLog.
-void SetupPluginLogging(const std::string& prefix, const std::string& default_file_name);
+void SetupPluginLogging(const std::string& prefix, const std::string& default_file_name,
+                        LogPathMeans path_means = LogPathMeans::FILE);
 
 // The log in memory, shared with logging; null before SetupPluginLogging made it and after it was
 // released. From any thread.

@@ -2,20 +2,17 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <new>
 #include <optional>
 #include <utility>
 
 #include "base/logging.h"
-#include "plugin/httpheaders.h"
 #include "ppapi/urlloader.h"
 
 namespace mpbp {
 namespace {
 
 constexpr size_t kReadSize = 1024;
-constexpr char kDefaultVersion[] = "HTTP/1.1";
 
 }  // namespace
 
@@ -69,13 +66,9 @@ CallbackFactory::Function StreamManager::Stream::Bind(void (Stream::*method)(int
 bool StreamManager::Stream::Start(const HttpRequest& request,
                                   std::unique_ptr<HttpResponse>& response) {
   LOG(LS_VERBOSE) << "Start";
-  if (request.verb != "POST" && request.verb != "GET") {
-    LOG(LS_ERROR) << "HTTP verb not supported: " << request.verb;
-    return false;
-  }
+  if (!IsSupportedVerb(request.verb)) return false;
   UrlRequest url_request;
-  url_request.url =
-      request.proto + "://" + request.host + ":" + std::to_string(request.port) + request.path;
+  url_request.url = RequestUrl(request);
   url_request.method = request.verb;
   url_request.headers = request.headers;
   url_request.body = request.body;
@@ -164,22 +157,7 @@ void StreamManager::Stream::DescribeResponse() {
   const int32_t status_code = info_.StatusCode().value_or(0);
   if (!response_) return;  // ended while the browser was asked
   response_->url = std::move(url);
-  const HttpHeaders headers = ParseHttpHeaders(block);
-  if (const auto found = headers.find("last-modified"); found != headers.end()) {
-    response_->lastmodified = ParseHttpDate(found->second);
-  }
-  std::string version = kDefaultVersion;
-  if (const auto found = headers.find("version"); found != headers.end()) {
-    version = found->second;
-  } else {
-    LOG(LS_INFO) << "HTTP response missing version info; assuming 1.1.";
-  }
-  if (!status_line) {
-    char line[256];
-    snprintf(line, sizeof(line), "%s %d %s", version.c_str(), status_code, "");
-    status_line = line;
-  }
-  response_->headers = *status_line + "\n" + block;
+  mpbp::DescribeResponse(block, std::move(status_line), status_code, response_.get());
 }
 
 void StreamManager::Stream::Fail() {

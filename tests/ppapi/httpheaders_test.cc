@@ -1,4 +1,4 @@
-#include "plugin/httpheaders.h"
+#include "httpheaders.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

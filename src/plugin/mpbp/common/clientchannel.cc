@@ -77,6 +77,7 @@ void ClientChannel::AttachSocket(std::unique_ptr<PluginMessageSocket> socket) {
   socket_->SignalAuthorized.Connect(this, &ClientChannel::OnSocketAuthorized);
   socket_->SignalMessage.Connect(this, &ClientChannel::OnSocketMessage);
   socket_->SignalClosed.Connect(this, &ClientChannel::OnSocketClosed);
+  socket_->HoldInput(engine_held_);
   socket_->set_port_file_path(GetPortFilePath(kPluginPortFile).pathname());
   Json::Value description(Json::objectValue);
   description["url"] = origin_url_;
@@ -97,6 +98,12 @@ void ClientChannel::Stop() {
   // It may be in use on the stack.
   browser_thread_->thread()->Dispose(std::move(socket_));
   ReleaseThread();
+}
+
+void ClientChannel::HoldEngine(bool held) {
+  const std::shared_ptr<ClientChannel> self = shared_from_this();
+  engine_held_ = held;
+  if (socket_) socket_->HoldInput(held);
 }
 
 void ClientChannel::ReleaseThread() {

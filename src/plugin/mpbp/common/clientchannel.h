@@ -80,6 +80,9 @@ class ClientChannel : public MessageHandler,
   // queued until the engine has authorized. False when it was not accepted: the channel does not
   // run, the link was given up, or too much waits for the engine already.
   [[nodiscard]] virtual bool Send(const std::string& text);
+  // While held, nothing more is read from an engine that is linked: what the page cannot take stays
+  // with the engine. From any place but a call of the delegate's it may be lifted.
+  void HoldEngine(bool held);
   // Answers an HTTP request of the engine. Dropped when the link that asked is gone.
   void SendHttpResponse(std::unique_ptr<HttpResponse> response);
 
@@ -161,6 +164,7 @@ class ClientChannel : public MessageHandler,
   int32_t pending_online_checks_ = 0;
   int32_t bad_state_count_ = 0;
   bool restart_tried_ = false;
+  bool engine_held_ = false;
   bool given_up_ = false;  // the online check has closed the link, and nothing brings it back
   uint32_t run_ = 0;       // counts starts and stops
   uint32_t link_ = 0;      // counts links to the engine; 0: there was none yet

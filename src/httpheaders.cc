@@ -1,4 +1,4 @@
-#include "plugin/httpheaders.h"
+#include "httpheaders.h"
 
 #include <algorithm>
 #include <array>

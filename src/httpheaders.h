@@ -1,6 +1,6 @@
 // HTTP response headers and dates.
-#ifndef MPBP_PLUGIN_HTTPHEADERS_H_
-#define MPBP_PLUGIN_HTTPHEADERS_H_
+#ifndef MPBP_HTTPHEADERS_H_
+#define MPBP_HTTPHEADERS_H_
 
 #include <cstdint>
 #include <map>
@@ -24,4 +24,4 @@ uint32_t ParseHttpDate(std::string_view date);
 
 }  // namespace mpbp
 
-#endif  // MPBP_PLUGIN_HTTPHEADERS_H_
+#endif  // MPBP_HTTPHEADERS_H_
