@@ -25,6 +25,11 @@ __attribute__((noinline)) void* operator new(size_t size) {
   if (void* const block = malloc(size > 0 ? size : 1)) return block;
   throw std::bad_alloc();
 }
+__attribute__((noinline)) void* operator new(size_t size, const std::nothrow_t&) noexcept try {
+  return operator new(size);
+} catch (const std::bad_alloc&) {
+  return nullptr;
+}
 __attribute__((noinline)) void operator delete(void* block) noexcept { free(block); }
 __attribute__((noinline)) void operator delete(void* block, size_t) noexcept { free(block); }
 
