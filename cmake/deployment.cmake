@@ -14,8 +14,6 @@ if(NOT DEFINED MPBP_REQUEST_HOSTS)
   set(MPBP_REQUEST_HOSTS ${MPBP_STANDARD_HOSTS} ${MPBP_CORP_DOMAINS} ${MPBP_CRASH_REPORT_HOST})
 endif()
 
-# What the browsers know the program beside them by.
-set(MPBP_CONNECTOR_NAME "example.murmel.parl" CACHE STRING "The connector's native messaging name")
 # Chromium derives the extension's id from the key: base64 of a DER public key, whose private half
 # nobody has. extension/README.md says how a deployment makes its own; key and id go together.
 set(MPBP_CHROMIUM_EXTENSION_KEY

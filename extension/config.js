@@ -2,7 +2,8 @@
 'use strict';
 const CONFIG = Object.freeze({
   version: '@MPBP_VERSION@',
-  connector: '@MPBP_CONNECTOR_NAME@',
+  // By its host manifest.
+  connector: 'example.murmel.parl',
   // The hosts that requests may go to, each with the hosts below it.
   requestHosts: '@MPBP_REQUEST_HOSTS@'.split(';'),
   style: `@MPBP_ELEMENT_CSS@`,

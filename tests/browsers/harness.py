@@ -1,0 +1,204 @@
+"""Today's browsers with the extension, the connector and the stand-in engine, for tests.
+
+MPBP_BROWSER says which browser: chromium or firefox. Each test class starts it once; its page goes from
+scene to scene, as the test says, and reports to the server.
+"""
+import contextlib
+import json
+import os
+import pathlib
+import queue
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+
+from server import TOP, Server
+
+BUILD = pathlib.Path(os.environ.get("MPBP_BUILD_DIR", TOP / "build"))
+KIND = os.environ.get("MPBP_BROWSER", "chromium")
+CONNECTOR = os.environ.get("MPBP_CONNECTOR", str(BUILD / "mpbp-connector"))
+GECKO_ID = os.environ.get("MPBP_GECKO_EXTENSION_ID", "parl@murmel.example")
+HOST = "page.corp.murmel.example"
+MANIFEST = "example.murmel.parl.json"
+TIMEOUT = 60  # seconds to wait for anything at all; a loaded machine is slow
+
+FIREFOX_PREFERENCES = {
+    "xpinstall.signatures.required": False,
+    "extensions.autoDisableScopes": 0,
+    "extensions.enabledScopes": 15,
+    "network.dns.forceResolve": "127.0.0.1",
+    "dom.security.https_first": False,
+    "privacy.reduceTimerPrecision": False,
+    "network.captive-portal-service.enabled": False,
+    "network.connectivity-service.enabled": False,
+    "browser.safebrowsing.malware.enabled": False,
+    "browser.safebrowsing.phishing.enabled": False,
+    "browser.safebrowsing.downloads.enabled": False,
+    "browser.shell.checkDefaultBrowser": False,
+    "browser.aboutwelcome.enabled": False,
+    "browser.startup.homepage_override.mstone": "ignore",
+    "app.update.enabled": False,
+    "app.normandy.enabled": False,
+    "extensions.update.enabled": False,
+    "extensions.getAddons.cache.enabled": False,
+    "services.settings.server": "data:,",
+    "datareporting.policy.dataSubmissionEnabled": False,
+    "toolkit.telemetry.enabled": False,
+    "toolkit.telemetry.server": "",
+    "dom.disable_open_during_load": False,
+    "browser.tabs.remote.separatePrivilegedContentProcess": False,
+}
+
+
+class Profile:
+    """A home of its own: browser profile, configuration folder, registered connector."""
+
+    def __init__(self):
+        self.path = pathlib.Path(tempfile.mkdtemp(prefix="mpbp-browsers-test-"))
+        self.browser = self.path / "browser"
+        self.folder = self.path / "config" / "murmel-murmelparlplugin"
+        self.manifests = (self.browser / "NativeMessagingHosts" if KIND == "chromium"
+                          else self.path / ".mozilla" / "native-messaging-hosts")
+        for folder in (self.browser, self.folder, self.manifests, self.path / "run"):
+            folder.mkdir(parents=True, mode=0o700)
+        self.log = self.folder / "mpbpconnector.log"
+        self.write_options(plugin_enable_corp_host=1)
+        self.register()
+
+    def write_options(self, **options):
+        lines = [f"{name}={value}\n" for name, value in options.items()]
+        (self.folder / "options").write_text(
+            f"install_dir={BUILD}/engine\npluginppapi_log_level=LS_VERBOSE\n" + "".join(lines))
+
+    def register(self, **changes):
+        """Writes the connector's manifest, with these members changed."""
+        printed = subprocess.run([CONNECTOR, "--manifest", KIND], check=True, capture_output=True)
+        manifest = {**json.loads(printed.stdout), **changes}
+        (self.manifests / MANIFEST).write_text(json.dumps(manifest))
+
+    def unregister(self):
+        (self.manifests / MANIFEST).unlink()
+
+    def environment(self):
+        environment = {name: value for name, value in os.environ.items()
+                       if not name.lower().endswith("_proxy")}
+        return dict(environment, HOME=str(self.path), XDG_CONFIG_HOME=str(self.path / "config"),
+                    XDG_RUNTIME_DIR=str(self.path / "run"))
+
+    def processes(self, comm=""):
+        """The live processes that were started with this profile and whose name begins so."""
+        mark = b"XDG_CONFIG_HOME=" + os.fsencode(self.path / "config")
+        found = []
+        for entry in os.listdir("/proc"):
+            with contextlib.suppress(OSError):  # it ended while we looked
+                proc = pathlib.Path("/proc", entry)
+                if entry.isdigit() and mark in (proc / "environ").read_bytes().split(b"\0"):
+                    if (proc / "comm").read_text().startswith(comm):
+                        found.append(int(entry))
+        return found
+
+    def connectors(self):
+        return self.processes(pathlib.Path(CONNECTOR).name[:15])
+
+    def engines(self):
+        return self.processes("MurmelParlPlugin"[:15])
+
+
+def chromium_command(profile, address):
+    extension = BUILD / "extension"
+    return ["chromium", "--headless=new", "--no-sandbox", f"--user-data-dir={profile.browser}",
+            "--no-first-run", "--disable-gpu", "--disable-dev-shm-usage", "--disable-component-update",
+            "--disable-sync", "--disable-default-apps", "--disable-background-networking",
+            f"--disable-extensions-except={extension}", f"--load-extension={extension}",
+            "--host-resolver-rules=MAP * 127.0.0.1", "--ignore-certificate-errors",
+            "--disable-popup-blocking", "--enable-logging=stderr", address]
+
+
+def firefox_command(profile, certificates, address):
+    extensions = profile.browser / "extensions"
+    extensions.mkdir(exist_ok=True)
+    shutil.copy(BUILD / "mpbp-extension.xpi", extensions / f"{GECKO_ID}.xpi")
+    lines = [f"user_pref({json.dumps(name)}, {json.dumps(value)});\n"
+             for name, value in FIREFOX_PREFERENCES.items()]
+    (profile.browser / "user.js").write_text("".join(lines))
+    database = f"sql:{profile.browser}"
+    for words in (["-N", "-d", database, "--empty-password"],
+                  ["-A", "-d", database, "-n", "test-ca", "-t", "CT,,", "-i", certificates / "ca.crt"]):
+        subprocess.run(["certutil", *words], check=True, capture_output=True)
+    return ["firefox-esr", "-headless", "-no-remote", "-profile", profile.browser, address]
+
+
+class BrowserTestCase(unittest.TestCase):
+    """One browser for the tests of a class; nothing is left behind."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.profile = Profile()
+        cls.addClassCleanup(shutil.rmtree, cls.profile.path, ignore_errors=True)
+        cls.server = Server(cls.profile.path)
+        cls.addClassCleanup(cls.server.close)
+        first = cls.address("idle.html")
+        command = (chromium_command(cls.profile, first) if KIND == "chromium"
+                   else firefox_command(cls.profile, cls.profile.path, first))
+        cls.output = open(cls.profile.path / "output", "w+", encoding="utf-8", errors="replace")
+        cls.addClassCleanup(cls.output.close)
+        cls.process = subprocess.Popen(command, env=cls.profile.environment(), cwd=cls.profile.path,
+                                       stdin=subprocess.DEVNULL, stdout=cls.output, stderr=cls.output)
+        cls.addClassCleanup(cls._end)
+
+    @classmethod
+    def _end(cls):
+        """A browser that is told to end does, and so do its connectors."""
+        cls.process.terminate()
+        try:
+            cls.process.wait(TIMEOUT)
+        finally:
+            cls.process.kill()
+            deadline = time.monotonic() + 5
+            while (left := cls.profile.connectors()) and time.monotonic() < deadline:
+                time.sleep(0.05)
+            for pid in cls.profile.processes():
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(pid, signal.SIGTERM if pid in cls.profile.engines() else signal.SIGKILL)
+        if left:
+            raise AssertionError(f"connectors outlived the browser: {left}")
+
+    @classmethod
+    def address(cls, path, host=HOST, scheme="https"):
+        port = cls.server.port if scheme == "https" else cls.server.http_port
+        return f"{scheme}://{host}:{port}/{path}"
+
+    def open(self, scene, argument="", page="elements.html", host=HOST, scheme="https"):
+        """Lets the page that finished last go on to this scene."""
+        with contextlib.suppress(queue.Empty):  # what an earlier scene has left
+            while True:
+                self.server.reports.get_nowait()
+        self.server.go(self.address(f"{page}?{scene}&{argument}", host, scheme))
+
+    def report(self, name):
+        """The value that a page reported under `name`; whatever came before is skipped."""
+        deadline = time.monotonic() + TIMEOUT
+        try:
+            while True:
+                found, value = self.server.reports.get(timeout=max(0.01, deadline - time.monotonic()))
+                if found == "uncaught":
+                    raise AssertionError(f"uncaught in the page: {value}\n{self.said()}")
+                if found == name:
+                    return value
+        except queue.Empty:
+            raise AssertionError(f"no report of {name} in time:\n{self.said()}") from None
+
+    def said(self):
+        self.output.flush()
+        text = pathlib.Path(self.output.name).read_text(encoding="utf-8", errors="replace")
+        log = self.profile.log.read_text(errors="replace") if self.profile.log.exists() else ""
+        return "".join(text.splitlines(True)[-40:]) + "\n" + "".join(log.splitlines(True)[-40:])
+
+    def wait_until(self, condition, what):
+        deadline = time.monotonic() + TIMEOUT
+        while not condition():
+            self.assertLess(time.monotonic(), deadline, "not in time: " + what)
+            time.sleep(0.02)

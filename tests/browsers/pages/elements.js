@@ -1,0 +1,247 @@
+// Scenes for the element of the extension: elements.html?SCENE&ARGUMENT.
+'use strict';
+const TYPE = 'application/x-murmelparl';
+
+function embed() {
+  const element = document.createElement('embed');
+  element.type = TYPE;
+  return element;
+}
+
+function nextOf(element, word) {
+  return new Promise((resolve) => {
+    element.onmessage = (text) => { if (text.startsWith('["' + word)) resolve(text); };
+  });
+}
+
+// Whether the element, which is in the document, gets an echo.
+async function works(element) {
+  const session = await new Session(element).alive();
+  return await session.echo('echo of ' + element.localName) === 'echo of ' + element.localName;
+}
+
+const errorOf = (element) => new Promise((resolve) => {
+  element.onerror = (error) => resolve([error instanceof Error, error.code, error.message]);
+});
+
+const scenes = {
+  // The README's page in a frame: its log is what a reader would see.
+  async readme() {
+    const frame = document.createElement('iframe');
+    frame.src = 'readme.html';
+    document.body.append(frame);
+    const log = () => frame.contentDocument.getElementById('log')?.textContent ?? '';
+    while (!log().includes('["echo","hello"]')) await pause(20);
+    report('log', log().split('\n').filter((line) => !line.startsWith('["f-connect"')));
+  },
+
+  async texts() {
+    const session = await new Session().alive();
+    const texts = ['', 'nul \u0000 in it', 'line\u2028paragraph\u2029', '\u{1f3a7}'.repeat(40000),
+      '<>&"\\\u0001\u001f\u007f'.repeat(5000), 'ä'.repeat(100001), 'x'.repeat(1 << 20)];
+    const wrong = [];
+    for (const text of texts) {
+      if (await session.echo(text) !== text) wrong.push(text.slice(0, 20));
+    }
+    report('wrong', wrong);
+    session.texts.length = 0;
+    const answer = session.next((text) => text.startsWith('half'));
+    session.plugin.send('half \ud800 of a pair \udc00');
+    report('half', await answer);
+  },
+
+  async elements() {
+    report('made by script', await works(document.body.appendChild(embed())));
+    report('object', await works(addPlugin('object')));
+    document.body.insertAdjacentHTML('beforeend', `<embed id="html" type="${TYPE.toUpperCase()}">`);
+    report('by markup', await works(document.getElementById('html')));
+    const original = document.getElementById('html');
+    report('cloned', await works(document.body.appendChild(original.cloneNode())));
+    for (const mode of ['open', 'closed']) {
+      const root = document.body.appendChild(document.createElement('p')).attachShadow({ mode });
+      report(mode, await works(root.appendChild(embed())));
+    }
+    const declared = document.getElementById('open-host').shadowRoot.querySelector('embed');
+    report('declared', await works(declared));
+    report('hidden', [original, declared].map((element) => getComputedStyle(element).visibility));
+
+    const frame = document.createElement('iframe');
+    frame.src = 'idle-frame.html';
+    const loaded = new Promise((resolve) => { frame.onload = resolve; });
+    document.body.append(frame);
+    await loaded;
+    const inner = frame.contentDocument.createElement('embed');
+    inner.type = TYPE;
+    report('in a frame', await works(frame.contentDocument.body.appendChild(inner)));
+    report('given to a frame', await works(frame.contentDocument.body.appendChild(embed())));
+
+    const early = embed();
+    const ready = nextOf(early, 'f-ready');
+    report('outside', [typeof early.version, typeof early.send, typeof early.onmessage]);
+    await pause(50);
+    document.body.append(early);
+    report('put in later', await ready);
+  },
+
+  // A new instance, as the module makes one: callbacks and link are gone, in the same task already.
+  async moved() {
+    const outcomes = [];
+    const moves = {
+      itself: (element) => document.body.prepend(element),
+      'its parent': (element) => document.body.prepend(element.parentNode),
+      'its host': (element) => document.body.prepend(element.getRootNode().host),
+    };
+    for (const [name, move] of Object.entries(moves)) {
+      const host = document.body.appendChild(document.createElement('div'));
+      const place = name === 'its host' ? host.attachShadow({ mode: 'closed' }) : host;
+      const element = place.appendChild(embed());
+      let before = 0;
+      const session = await new Session(element).alive();
+      const hear = element.onmessage;
+      element.onmessage = (text) => { before++; hear(text); };
+      element.send('lost with the old instance');
+      move(element);
+      const gone = [element.onmessage, thrown(() => element.send('no link'))];
+      outcomes.push([name, ...gone, await works(element), before]);
+    }
+    report('moved', outcomes);
+    const element = addPlugin();
+    const session = await new Session(element).alive();
+    element.type = 'application/x-other';
+    report('other type', [typeof element.version, element.onmessage === undefined]);
+    element.type = TYPE;
+    report('type again', [element.onmessage, await works(element)]);
+  },
+
+  // Everything that a callback may do to its own element.
+  async reentrance() {
+    const deeds = {
+      clears: (element) => { element.onmessage = null; },
+      throws: () => { throw new Error('the page\'s own'); },
+      replaces: (element) => { element.onmessage = () => {}; },
+      sends: (element) => { for (let i = 0; i < 100; i++) element.send('more ' + i); },
+      moves: (element) => { document.body.prepend(element); element.onmessage = () => {}; },
+      removes: (element) => { element.remove(); },
+      kills: (element) => { element.send('["kill",false]'); element.onmessage = () => {}; },
+    };
+    const uncaught = [];
+    window.addEventListener('error', (event) => uncaught.push(event.message));
+    for (const [name, deed] of Object.entries(deeds)) {
+      const element = addPlugin();
+      let calls = 0;
+      await new Promise((resolve) => {
+        const callback = (text) => {
+          if (!text.startsWith('["f-ready"')) return;
+          calls++;
+          resolve();
+          deed(element);
+        };
+        element.onmessage = callback;
+      });
+      await pause(50);
+      report('did', [name, calls]);
+      element.remove();
+    }
+    report('uncaught by the page', uncaught);
+    report('still works', await works(addPlugin()));
+  },
+
+  async others() {
+    const events = [];
+    const other = document.createElement('object');
+    other.onerror = () => events.push('object');
+    other.data = '/nowhere.png';
+    other.type = 'image/png';
+    document.body.append(other);
+    while (events.length === 0) await pause(20);
+    const plain = document.createElement('embed');
+    plain.version = 5;
+    plain.onmessage = 'any';
+    plain.onerror = 'no function';
+    report('others', [events, typeof other.onerror, plain.version, plain.onmessage, plain.onerror,
+      typeof plain.send, document.createElement('embed').version,
+      thrown(() => HTMLEmbedElement.prototype.version) !== 'nothing thrown']);
+  },
+
+  // The driver kills the connector.
+  async survives() {
+    const session = await new Session().alive();
+    const dead = session.kind('f-dead');
+    report('alive', true);
+    await dead;
+    report('dead', true);
+    await session.kind('f-ready');
+    report('back', session.count('["f-dead"]'));
+    await session.kind('qw');
+    report('echo', await session.echo('after its death'));
+  },
+
+  // What onerror gets, and again when the page tries again.
+  async fails() {
+    const element = addPlugin();
+    const texts = [];
+    for (let i = 0; i < 2; i++) {
+      const told = errorOf(element);
+      element.onmessage = (text) => texts.push(text);
+      const error = await told;
+      report('error', [...error, thrown(() => element.send('to nobody')), texts]);
+    }
+  },
+
+  async sandboxed() {
+    const frame = document.createElement('iframe');
+    frame.sandbox = 'allow-scripts';
+    frame.src = 'frame.html';
+    const told = new Promise((resolve) => window.addEventListener('message', resolve, { once: true }));
+    document.body.append(frame);
+    report('sandboxed', (await told).data);
+  },
+
+  async refused() {
+    const element = addPlugin();
+    report('refused', [typeof element.version, typeof element.onmessage, 'send' in element]);
+  },
+
+  // A large echo, and what small ones on another link take meanwhile.
+  async large(size) {
+    const large = await new Session().alive();
+    const small = await new Session().alive();
+    const roundTrip = async () => {
+      const started = performance.now();
+      await small.echo('small');
+      return performance.now() - started;
+    };
+    for (let i = 0; i < 200; i++) await roundTrip();
+    const idle = [];
+    for (let i = 0; i < 1000; i++) idle.push(await roundTrip());
+    const text = 'large ' + 'x'.repeat(Number(size));
+    let back = null;
+    const started = performance.now();
+    const answer = large.echo(text).then((echo) => { back = echo; });
+    const times = [];
+    while (back === null) times.push(await roundTrip());
+    await answer;
+    const middle = (values) => values.sort((a, b) => a - b)[Math.floor(values.length / 2)];
+    report('large', [back === text, performance.now() - started, middle(idle), middle(times), times.length]);
+  },
+
+  async away() {
+    const session = await new Session().alive();
+    window.addEventListener('pageshow', async (event) => {
+      if (!event.persisted) return;
+      while (!session.count('["f-dead"]')) await pause(20);
+      report('told', [session.texts.at(-1), thrown(() => session.plugin.send('no link'))]);
+      report('again', await works(session.plugin));
+      finish();
+    });
+    window.addEventListener('pagehide', (event) => {
+      navigator.sendBeacon('/report', JSON.stringify(['left', event.persisted]));
+    });
+    await reported;
+    location.href = 'back.html';
+    return new Promise(() => {});
+  },
+};
+
+const [scene, argument] = location.search.slice(1).split('&');
+scenes[scene](argument).then(finish);

@@ -1,0 +1,114 @@
+"""The https server of the pages, to which they report."""
+import http.server
+import json
+import mimetypes
+import pathlib
+import queue
+import ssl
+import subprocess
+import threading
+
+HERE = pathlib.Path(__file__).resolve().parent
+TOP = HERE.parent.parent
+# The pages of the module's tests are served too: they are the same in every browser.
+FOLDERS = (HERE / "pages", HERE.parent / "browser" / "pages", TOP / "examples" / "console")
+NAMES = ["*.corp.murmel.example", "corp.murmel.example", "www.murmel.example", "meet.murmel.example",
+         "elsewhere.example"]
+
+
+def readme_page():
+    """The page of the README, as it stands there."""
+    text = (TOP / "README.md").read_text(encoding="utf-8")
+    return text.split("```html\n", 1)[1].split("```", 1)[0].encode()
+
+
+class Handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"
+
+    def do_GET(self):
+        path = self.path.split("?")[0]
+        if path == "/next":
+            self._answer(self.server.next_page().encode(), "text/plain")
+        elif path == "/readme.html":
+            self._answer(readme_page(), "text/html")
+        else:
+            for file in (folder / path[1:] for folder in FOLDERS):
+                if file.is_file():
+                    return self._answer(file.read_bytes(), mimetypes.guess_type(path)[0])
+            self._answer(b"", "text/plain", 404)
+
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers.get("Content-Length", 0)))
+        if self.path == "/report":
+            self.server.reports.put(json.loads(body))
+            self._answer(b"", "text/plain")
+        else:
+            self._answer(body, "text/plain")
+
+    def _answer(self, content, content_type, status=200):
+        self.send_response(status)
+        self.send_header("Content-Type", f"{content_type}; charset=utf-8")
+        self.send_header("Content-Length", str(len(content)))
+        # Fine timers.
+        self.send_header("Cross-Origin-Opener-Policy", "same-origin")
+        self.end_headers()
+        self.wfile.write(content)
+
+    def log_message(self, *_):
+        pass
+
+
+class Quiet(http.server.ThreadingHTTPServer):
+    daemon_threads = True
+
+    def handle_error(self, request, client_address):
+        pass  # a browser that goes away in the middle
+
+
+class Server:
+    """Pages over https and over http, with a certificate of an authority of its own: FOLDER/ca.crt."""
+
+    def __init__(self, folder):
+        self._make_certificates(pathlib.Path(folder))
+        self.reports = queue.Queue()
+        self._pages = queue.Queue()
+        self._servers = []
+        self.port = self._serve(pathlib.Path(folder))
+        self.http_port = self._serve(None)
+
+    def _serve(self, certificates):
+        server = Quiet(("127.0.0.1", 0), Handler)
+        server.reports = self.reports
+        server.next_page = self._pages.get
+        if certificates:
+            context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            context.load_cert_chain(certificates / "leaf.crt", certificates / "leaf.key")
+            server.socket = context.wrap_socket(server.socket, server_side=True,
+                                                do_handshake_on_connect=False)
+        threading.Thread(target=server.serve_forever, args=(0.05,), daemon=True).start()
+        self._servers.append(server)
+        return server.server_address[1]
+
+    @staticmethod
+    def _make_certificates(folder):
+        def openssl(*words):
+            subprocess.run(["openssl", *words], check=True, capture_output=True, cwd=folder)
+
+        curve = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"]
+        openssl("req", "-x509", *curve, "-days", "2", "-subj", "/CN=Test CA", "-keyout", "ca.key",
+                "-out", "ca.crt", "-addext", "basicConstraints=critical,CA:TRUE",
+                "-addext", "keyUsage=critical,keyCertSign")
+        openssl("req", *curve, "-subj", "/CN=pages", "-keyout", "leaf.key", "-out", "leaf.csr")
+        (folder / "leaf.ext").write_text("extendedKeyUsage=serverAuth\nsubjectAltName="
+                                         + ",".join("DNS:" + name for name in NAMES))
+        openssl("x509", "-req", "-in", "leaf.csr", "-CA", "ca.crt", "-CAkey", "ca.key",
+                "-CAcreateserial", "-days", "2", "-out", "leaf.crt", "-extfile", "leaf.ext")
+
+    def go(self, address):
+        """Sends the page that has finished there."""
+        self._pages.put(address)
+
+    def close(self):
+        for server in self._servers:
+            server.shutdown()
+            server.server_close()
