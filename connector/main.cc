@@ -1,5 +1,6 @@
 // mpbp-connector: the program that a browser starts beside itself, for the extension, so that pages
 // reach the engine.
+#include <malloc.h>
 #include <unistd.h>
 
 #include <climits>
@@ -27,6 +28,10 @@ constexpr char kLogTag[] = "pluginppapi";
 constexpr char kLogFileName[] = "mpbpconnector.log";
 
 constexpr int kUsageStatus = 2;
+
+// What is larger goes back to the system when it is freed; by itself the threshold would follow the
+// largest text.
+constexpr int kLargeBlock = 128 << 10;
 
 constexpr char kUsage[] =
     "usage: mpbp-connector --manifest chromium|firefox\n"
@@ -56,6 +61,8 @@ std::optional<std::string> ProgramPath() {
 // The browser's program, until its input ends.
 int Serve() {
   signal(SIGPIPE, SIG_IGN);
+  mallopt(M_MMAP_THRESHOLD, kLargeBlock);
+  mallopt(M_TRIM_THRESHOLD, kLargeBlock);
   SetupPluginLogging(kLogTag, kLogFileName, LogPathMeans::FOLDER_OF);
   SetRequireSecureStandardHosts(true);
   LOG(LS_INFO) << "mpbp-connector " << PluginVersion();

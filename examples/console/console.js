@@ -87,10 +87,12 @@
     for (const other of lamps) other.item.classList.toggle('latest', other === lamp);
   }
 
+  let failure = '';  // what the extension says of itself
   const NOTICES = {
     missing: () => ['bad', 'There is no plug-in for this page',
-      'Nothing here handles the type application/x-murmelparl. Open this page with mpbp-browser, ' +
-      'or start the browser with\n--register-pepper-plugins="/path/to/libmpbppapiplugin.so;' +
+      failure || 'Nothing here handles the type application/x-murmelparl. In Chromium and Firefox ' +
+      'install the extension, and mpbp-connector beside it. A browser that takes native modules is ' +
+      'mpbp-browser, or one started with\n--register-pepper-plugins="/path/to/libmpbppapiplugin.so;' +
       'application/x-murmelparl"' + ('pdfViewerEnabled' in navigator ? '\nA newer browser looks ' +
       'the same when the plug-in is there, but does not serve ' + location.origin + '.' : '')],
     refused: () => ['bad', 'The plug-in does not serve this page',
@@ -117,6 +119,7 @@
     $('badge').dataset.state = state;
     $('state').textContent = state;
     $('version').textContent = link.version || '–';
+    $('transport').textContent = link.transport ? '(' + link.transport + ')' : '';
     document.title = state + ' – Parl console';
     const notice = noticeFor(state, hint);
     $('notice').hidden = !notice;
@@ -370,7 +373,9 @@
     addEntry('out', detail.text, detail.time, isTrip(detail.text)));
   link.addEventListener('text', ({ detail }) =>
     addEntry(detail.own ? 'own' : 'in', detail.text, detail.time, isTrip(detail.text)));
+  link.addEventListener('error', ({ detail }) => { failure = detail.message; });
   link.addEventListener('state', ({ detail }) => {
+    if (detail.state === 'ready') failure = '';
     const lamp = { ready: READY, dead: DEAD, killed: KILLED }[detail.state];
     if (lamp && detail.state !== detail.previous) light(lamp, detail.time, 0);
     readySince = detail.state !== 'ready' ? 0 : readySince || detail.time;

@@ -1,5 +1,6 @@
 /*
- * The page's side of the link to the voice and video engine, through the browser plug-in.
+ * The page's side of the link to the voice and video engine, through the browser's native module or
+ * through the extension of browsers that take no modules: the page is the same.
  * One file, no dependencies; it sets one global, MurmelParl. A complete page:
  *
  *   <script src="murmelparl.js"></script>
@@ -21,7 +22,8 @@
  *   killed      the engine was ended because this or another page asked for it
  *   closed      close() was called
  *   missing     this browser has no plug-in for the type          (open() has rejected);
- *               a newer browser does not list its plug-ins, there it may be refused as well
+ *               a newer browser does not list its plug-ins, there it may be refused as well.
+ *               Or the extension is there and lacks the program beside it: error says what to do
  *   refused     the plug-in does not serve the page's address, or its module cannot be loaded;
  *               a page cannot tell these apart                    (open() has rejected)
  *
@@ -33,6 +35,10 @@
  *   text   { text, kind, own, time }    a text from the engine or, with own true, from the plug-in
  *                                       about the link; kind is the word it begins with, or ''
  *   sent   { text, kind, time }         a text went to the plug-in
+ *   error  { code, message, time }      with the extension: what went wrong and what to do about it,
+ *                                       for example connector-missing, page-refused, text-refused
+ *
+ * link.transport says what carries the link: 'module', 'extension', or null while there is neither.
  *
  * Reconnect hints, in link.hint:
  *
@@ -51,6 +57,10 @@
   // Browsers with this property list nothing but their PDF viewer.
   const LISTS_PLUGINS = !('pdfViewerEnabled' in navigator);
   const STUCK_AFTER = 5; // attempts, one a second
+  // What the extension says when there is no link any more, and the state that it means.
+  const ENDS = Object.freeze({
+    'connector-missing': 'missing', 'connector-refused': 'missing', 'version-mismatch': 'missing',
+    'extension-gone': 'missing', 'page-refused': 'refused', 'too-many-links': 'refused' });
 
   class LinkError extends Error {
     constructor(code, message) {
@@ -93,6 +103,7 @@
       this._options = Object.assign(
         { type: 'application/x-murmelparl', element: 'embed', parent: null }, options);
       this._element = null;
+      this._transport = null;
       this._state = 'idle';
       this._hint = 'none';
       this._attempts = 0;
@@ -110,6 +121,8 @@
     get attempts() { return this._attempts; }
     /* A promise of the next (or present) ready state; rejects when there will be none. */
     get ready() { return this._ready.promise; }
+    /* What carries the link: 'module', 'extension', or null when there is neither. */
+    get transport() { return this._transport; }
     /* The plug-in's version, for example '5.1.7.0'; '' while there is no plug-in. */
     get version() { return (this._element && this._element.version) || ''; }
 
@@ -181,11 +194,15 @@
       const element = this._makeElement();
       if (typeof element.version !== 'string') {
         element.remove();
+        this._transport = null;
         this._fail(this._whyNoPlugin());
         return;
       }
       this._element = element;
+      // A module gives its properties to the one element, the extension to all of the kind.
+      this._transport = 'version' in Object.getPrototypeOf(element) ? 'extension' : 'module';
       this._setState('connecting', 'wait');
+      element.onerror = (error) => { if (this._element === element) this._receiveError(error); };
       // Setting the handler is what starts the link.
       element.onmessage = (text) => {
         // A text that the browser takes for none, for its characters, arrives as null.
@@ -201,7 +218,7 @@
       const refusal = 'the plug-in does not serve pages of ' + location.origin + '.';
       if (navigator.mimeTypes[type]) return new LinkError('refused', 'There is one, but ' + refusal);
       return new LinkError('missing', 'This browser has no plug-in for ' + type +
-        (LISTS_PLUGINS ? '.' : ', or ' + refusal));
+        (LISTS_PLUGINS ? '.' : ', neither a module nor the extension, or ' + refusal));
     }
 
     _makeElement() {
@@ -246,6 +263,17 @@
       if (status) this._receiveStatus(status);
       else if (kind === 'qw') this._engineSpoke = true;
       this._emit('text', { text, kind, own: status !== null });
+    }
+
+    /* As _receive: the caller is the plug-in. */
+    _receiveError({ code, message }) {
+      this._emit('error', { code, message });
+      if (ENDS[code]) {
+        this._removeElement('dead', message);
+        this._fail(new LinkError(ENDS[code], message));
+      } else if (code === 'connector-died') {
+        this._setState(this._state, 'stuck');
+      }
     }
 
     _receiveStatus({ kind, step, error }) {

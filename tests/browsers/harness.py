@@ -22,6 +22,8 @@ KIND = os.environ.get("MPBP_BROWSER", "chromium")
 CONNECTOR = os.environ.get("MPBP_CONNECTOR", str(BUILD / "mpbp-connector"))
 GECKO_ID = os.environ.get("MPBP_GECKO_EXTENSION_ID", "parl@murmel.example")
 HOST = "page.corp.murmel.example"
+# What Chromium loads unpacked.
+EXTENSIONS = [BUILD / "extension"]
 MANIFEST = "example.murmel.parl.json"
 TIMEOUT = 60  # seconds to wait for anything at all; a loaded machine is slow
 
@@ -108,11 +110,11 @@ class Profile:
 
 
 def chromium_command(profile, address):
-    extension = BUILD / "extension"
+    extensions = ",".join(map(str, EXTENSIONS))
     return ["chromium", "--headless=new", "--no-sandbox", f"--user-data-dir={profile.browser}",
             "--no-first-run", "--disable-gpu", "--disable-dev-shm-usage", "--disable-component-update",
             "--disable-sync", "--disable-default-apps", "--disable-background-networking",
-            f"--disable-extensions-except={extension}", f"--load-extension={extension}",
+            f"--disable-extensions-except={extensions}", f"--load-extension={extensions}",
             "--host-resolver-rules=MAP * 127.0.0.1", "--ignore-certificate-errors",
             "--disable-popup-blocking", "--enable-logging=stderr", address]
 
@@ -138,6 +140,7 @@ class BrowserTestCase(unittest.TestCase):
     def setUpClass(cls):
         cls.profile = Profile()
         cls.addClassCleanup(shutil.rmtree, cls.profile.path, ignore_errors=True)
+        cls.prepare(cls.profile)
         cls.server = Server(cls.profile.path)
         cls.addClassCleanup(cls.server.close)
         first = cls.address("idle.html")
@@ -148,6 +151,10 @@ class BrowserTestCase(unittest.TestCase):
         cls.process = subprocess.Popen(command, env=cls.profile.environment(), cwd=cls.profile.path,
                                        stdin=subprocess.DEVNULL, stdout=cls.output, stderr=cls.output)
         cls.addClassCleanup(cls._end)
+
+    @classmethod
+    def prepare(cls, profile):
+        """Before the browser starts."""
 
     @classmethod
     def _end(cls):

@@ -1,0 +1,105 @@
+// Round trips of one page, each way beside the others, and reported to the server: bench.html?WS-PORT
+'use strict';
+const ROUNDS = 5;
+const TRIPS = 200;
+const CALM_TRIPS = 20;
+const CALM_MS = 100;
+const TEXT = '["echo","' + 'x'.repeat(55) + '"]';  // 64 bytes
+
+const pause = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
+function percentile(values, part) {
+  const sorted = [...values].sort((a, b) => a - b);
+  return sorted[Math.min(sorted.length - 1, Math.floor(sorted.length * part))];
+}
+
+/* A way is { send(text), heard(function) }; one text is under way at a time. */
+function trip(way, text) {
+  const started = performance.now();
+  return new Promise((resolve) => {
+    way.heard = (answer) => {
+      if (answer.length === text.length) resolve(performance.now() - started);
+    };
+    way.send(text);
+  });
+}
+
+/* The time from setting onmessage to f-ready, and the way. */
+function link(element) {
+  const way = { send: (text) => element.send(text), heard: () => {} };
+  const started = performance.now();
+  return new Promise((resolve) => {
+    element.onerror = (error) => resolve({ error: error.code + ': ' + error.message });
+    element.onmessage = (text) => {
+      if (text === '["f-ready"]') resolve({ way, ms: performance.now() - started });
+      else way.heard(text);
+    };
+  });
+}
+
+function bareEcho() {
+  const way = { heard: () => {} };
+  way.send = (text) => window.dispatchEvent(new CustomEvent('bare-echo>', { detail: text }));
+  window.addEventListener('bare-echo<', (event) => way.heard(event.detail));
+  return way;
+}
+
+async function webSocket(port) {
+  const socket = new WebSocket('ws://127.0.0.1:' + port, 'echo');
+  const way = { send: (text) => socket.send(text), heard: () => {} };
+  socket.onmessage = (event) => way.heard(event.data);
+  await new Promise((resolve, reject) => {
+    socket.onopen = resolve;
+    socket.onerror = () => reject(new Error('no WebSocket'));
+  });
+  return way;
+}
+
+async function run() {
+  const result = {};
+  const first = await link(document.getElementById('first'));
+  if (first.error) return first;
+  result.firstReady = first.ms;
+  const ready = [];
+  for (let i = 0; i < 10; ++i) {
+    const element = document.createElement('embed');
+    element.type = 'application/x-murmelparl';
+    document.body.append(element);
+    ready.push((await link(element)).ms);
+    element.remove();
+  }
+  result.ready = percentile(ready, 0.5);
+
+  const ways = { link: first.way, bare: bareEcho(), socket: await webSocket(location.search.slice(1)) };
+  const times = {};
+  const calm = {};
+  for (const name in ways) {
+    await trip(ways[name], TEXT);
+    times[name] = [];
+    calm[name] = [];
+  }
+  for (let round = 0; round < ROUNDS; ++round) {
+    for (const name in ways) {
+      for (let i = 0; i < TRIPS; ++i) times[name].push(await trip(ways[name], TEXT));
+    }
+    for (const name in ways) {
+      for (let i = 0; i < CALM_TRIPS; ++i) {
+        await pause(CALM_MS);
+        calm[name].push(await trip(ways[name], TEXT));
+      }
+    }
+  }
+  for (const name in ways) {
+    result[name] = { p50: percentile(times[name], 0.5), p99: percentile(times[name], 0.99),
+      calm50: percentile(calm[name], 0.5), calm99: percentile(calm[name], 0.99) };
+  }
+  const large = '["echo","' + 'x'.repeat(10e6) + '"]';
+  const largeTimes = [];
+  for (let i = 0; i < 3; ++i) largeTimes.push(await trip(ways.link, large));
+  result.large = percentile(largeTimes, 0.5);
+  result.isolated = self.crossOriginIsolated;
+  return result;
+}
+
+run().catch((error) => ({ error: String(error) })).then((result) =>
+  fetch('/report', { method: 'POST', body: JSON.stringify(['result', result]) }));
