@@ -109,9 +109,9 @@ class Profile:
         return self.processes("MurmelParlPlugin"[:15])
 
 
-def chromium_command(profile, address):
+def chromium_command(profile, address, headless):
     extensions = ",".join(map(str, EXTENSIONS))
-    return ["chromium", "--headless=new", "--no-sandbox", f"--user-data-dir={profile.browser}",
+    return ["chromium", *(["--headless=new"] if headless else []), "--no-sandbox", f"--user-data-dir={profile.browser}",
             "--no-first-run", "--disable-gpu", "--disable-dev-shm-usage", "--disable-component-update",
             "--disable-sync", "--disable-default-apps", "--disable-background-networking",
             f"--disable-extensions-except={extensions}", f"--load-extension={extensions}",
@@ -119,7 +119,7 @@ def chromium_command(profile, address):
             "--disable-popup-blocking", "--enable-logging=stderr", address]
 
 
-def firefox_command(profile, certificates, address):
+def firefox_command(profile, certificates, address, headless):
     extensions = profile.browser / "extensions"
     extensions.mkdir(exist_ok=True)
     shutil.copy(BUILD / "mpbp-extension.xpi", extensions / f"{GECKO_ID}.xpi")
@@ -130,11 +130,13 @@ def firefox_command(profile, certificates, address):
     for words in (["-N", "-d", database, "--empty-password"],
                   ["-A", "-d", database, "-n", "test-ca", "-t", "CT,,", "-i", certificates / "ca.crt"]):
         subprocess.run(["certutil", *words], check=True, capture_output=True)
-    return ["firefox-esr", "-headless", "-no-remote", "-profile", profile.browser, address]
+    return ["firefox-esr", *(["-headless"] if headless else []), "-no-remote", "-profile", profile.browser, address]
 
 
 class BrowserTestCase(unittest.TestCase):
     """One browser for the tests of a class; nothing is left behind."""
+
+    HEADLESS = True
 
     @classmethod
     def setUpClass(cls):
@@ -144,8 +146,8 @@ class BrowserTestCase(unittest.TestCase):
         cls.server = Server(cls.profile.path)
         cls.addClassCleanup(cls.server.close)
         first = cls.address("idle.html")
-        command = (chromium_command(cls.profile, first) if KIND == "chromium"
-                   else firefox_command(cls.profile, cls.profile.path, first))
+        command = (chromium_command(cls.profile, first, cls.HEADLESS) if KIND == "chromium"
+                   else firefox_command(cls.profile, cls.profile.path, first, cls.HEADLESS))
         cls.output = open(cls.profile.path / "output", "w+", encoding="utf-8", errors="replace")
         cls.addClassCleanup(cls.output.close)
         cls.process = subprocess.Popen(command, env=cls.profile.environment(), cwd=cls.profile.path,
