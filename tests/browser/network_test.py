@@ -17,7 +17,7 @@ class NetworkTest(BrowserTestCase):
         crash_host = Server(CRASH_REPORT_HOST, self.profile.path)
         self.addCleanup(crash_host.close)
         crash_host.answers["/cr/report"] = b"taken"
-        browser = self.open(f"network&{self.server.port}", arguments=[
+        browser = self.open(f"network&127.0.0.1:{self.server.port}", arguments=[
             "--map-host", f"{CRASH_REPORT_HOST}=127.0.0.1:{crash_host.port}"])
 
         for body in (answer, POSTED):

@@ -27,6 +27,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
     def do_GET(self):
         path = self.path.split("?")[0]
+        if self._is_asked_for_by_an_engine(path, b""):
+            return None
         if path == "/next":
             self._answer(self.server.next_page().encode(), "text/plain")
         elif path == "/readme.html":
@@ -36,14 +38,23 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 if file.is_file():
                     return self._answer(file.read_bytes(), mimetypes.guess_type(path)[0])
             self._answer(b"", "text/plain", 404)
+        return None
 
     def do_POST(self):
         body = self.rfile.read(int(self.headers.get("Content-Length", 0)))
         if self.path == "/report":
             self.server.reports.put(json.loads(body))
             self._answer(b"", "text/plain")
-        else:
-            self._answer(body, "text/plain")
+        elif not self._is_asked_for_by_an_engine(self.path, body):
+            self._answer(b"", "text/plain")
+
+    def _is_asked_for_by_an_engine(self, path, body):
+        """Answers what a test has an answer for, or sends a body back, and notes the request."""
+        if path not in self.server.answers and not body:
+            return False
+        self.server.requests.append((self.command, self.path, dict(self.headers), body))
+        self._answer(self.server.answers.get(path, body), "text/plain")
+        return True
 
     def _answer(self, content, content_type, status=200):
         self.send_response(status)
@@ -71,6 +82,8 @@ class Server:
     def __init__(self, folder):
         self._make_certificates(pathlib.Path(folder))
         self.reports = queue.Queue()
+        self.answers = {}  # by path, to requests of engines
+        self.requests = []  # of engines: (method, path, headers, body)
         self._pages = queue.Queue()
         self._servers = []
         self.port = self._serve(pathlib.Path(folder))
@@ -78,7 +91,7 @@ class Server:
 
     def _serve(self, certificates):
         server = Quiet(("127.0.0.1", 0), Handler)
-        server.reports = self.reports
+        server.reports, server.answers, server.requests = self.reports, self.answers, self.requests
         server.next_page = self._pages.get
         if certificates:
             context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)

@@ -136,9 +136,9 @@ const scenes = {
     finish();
   },
 
-  // The engine fetches from the server at this port, by way of the browser.
-  async network(port) {
-    const server = 'http://127.0.0.1:' + port;
+  // The engine fetches from the server at this host and port, by way of the browser.
+  async network(place) {
+    const server = 'http://' + place;
     const session = await new Session().alive();
     for (const request of [
       ['GET', server + '/answer.txt?a=1', 'X-Test: yes\r\n', ''],
@@ -146,7 +146,7 @@ const scenes = {
         'bin\u0000\u0001\r\n\u00ff\u{1f3a7}end'],
       ['GET', server + '/odd.txt', '', ''],
       ['PUT', server + '/put', '', ''],
-      ['GET', 'http://127.0.0.1:1/', '', ''],
+      ['GET', server.replace(/\d+$/, '1') + '/', '', ''],
     ]) {
       const answer = session.kind('http-result');
       session.send('ask-http', ...request);
