@@ -5,8 +5,8 @@
 // The relay (relay.js), in a world of its own, has the link. The two talk by events on the window,
 // under names made here at random; page scripts do not know them. A detail is one letter and a text.
 //   to the relay, under the name of this document:  NAME: a link of that name is made
-//   to the relay, under NAME + '>':  o: onmessage was set; tTEXT: a text; x: the link is over.
-//       What the relay takes it marks with preventDefault.
+//   to the relay, under NAME + '>':  o: onmessage was set; tTEXT: a text; x: the link is over;
+//       p: is the relay there. What the relay takes it marks with preventDefault.
 //   from the relay, under NAME + '<':  tTEXT: a text; eJSON: an error, {code, message};
 //       r: not the text that is just being sent
 'use strict';
@@ -24,9 +24,11 @@ if (self.origin !== 'null') {
    */
   const TYPE = 'application/x-murmelparl';
   const VERSION = '@MPBP_VERSION@';
+  // How soon a page notices that its extension is gone, where the browser does not say so.
+  const CHECK_MS = 5000;
   const FORBIDDEN = 'mpbp-request-permission-result';
   const STYLE = `@MPBP_ELEMENT_CSS@`;
-  const OBSERVED = { childList: true, subtree: true, attributes: true, attributeFilter: ['type'] };
+  const OBSERVED = { childList: true, subtree: true, attributeOldValue: true, attributeFilter: ['type'] };
 
   const { apply, getOwnPropertyDescriptor } = Reflect;
   const { defineProperty } = Object;
@@ -37,6 +39,7 @@ if (self.origin !== 'null') {
   const PageEvent = CustomEvent;
   const PageError = Error;
   const { parse } = JSON;
+  const { setTimeout, setInterval, clearInterval } = window;
 
   /** @type {(object: object, name: string) => any} */
   const getter = (object, name) => getOwnPropertyDescriptor(object, name)?.get;
@@ -70,6 +73,7 @@ if (self.origin !== 'null') {
   const shadowRoots = new Set();
   const observer = new MutationObserver(digest);
   let observing = false;
+  let timer = 0;
   /** @type {CSSStyleSheet | undefined} */
   let sheet;
 
@@ -199,9 +203,13 @@ if (self.origin !== 'null') {
         else within.set(node, [state]);
       }
     }
-    // One that was moved is in the document, but it was out of it: a new instance with the module.
-    for (const { removedNodes } of records) {
+    // One that was moved is in the document, but it was out of it: a new instance with the module. So
+    // is one that had another type for a while.
+    for (const { removedNodes, target, type, oldValue } of records) {
       for (let i = 0; i < removedNodes.length; i++) within.get(removedNodes[i])?.forEach(end);
+      if (type !== 'attributes' || oldValue?.toLowerCase() === TYPE) continue;
+      const state = states.get(target);
+      if (state && present.has(state)) end(state);
     }
     for (const state of present) {
       if (!isPresent(state.element) || !isStillOurs(state.element)) end(state);
@@ -252,6 +260,20 @@ if (self.origin !== 'null') {
       tell(relay, state.link);
     }
     if (!tell(state.link + '>', 'o')) lose(state);
+    timer ||= setInterval(checkLinks, CHECK_MS);
+  }
+
+  /** A relay that has gone without a word leaves nothing that could be heard but its silence. */
+  function checkLinks() {
+    let links = 0;
+    for (const state of present) {
+      if (!state.link) continue;
+      if (tell(state.link + '>', 'p')) links++;
+      else lose(state);
+    }
+    if (links > 0) return;
+    clearInterval(timer);
+    timer = 0;
   }
 
   /**
@@ -259,12 +281,16 @@ if (self.origin !== 'null') {
    * @param {State} state
    */
   function lose(state) {
-    const { link } = state;
+    const { link, onmessage, onerror } = state;
     state.link = '';
     apply(removeEventListener, window, [link + '<', state.listener]);
-    call(state.onmessage, '["f-dead"]');
-    call(state.onerror, failure('extension-gone',
-      'The browser extension was updated or taken away: load the page again.'));
+    // Not inside of what the page is doing: it may do the same again in its callback, for ever.
+    setTimeout(() => {
+      if (!present.has(state)) return;
+      call(onmessage, '["f-dead"]');
+      call(onerror, failure('extension-gone',
+        'The browser extension was updated or taken away: load the page again.'));
+    }, 0);
   }
 
   /**
@@ -486,9 +512,11 @@ if (self.origin !== 'null') {
   defineProperty(Element.prototype, 'attachShadow', {
     ...getOwnPropertyDescriptor(Element.prototype, 'attachShadow'), value: wrapped.attachShadow });
 
-  // Whichever of the two scripts runs first, the other hears it.
-  if (!tell('murmelparl-document', relay)) {
-    apply(addEventListener, window,
-      ['murmelparl-relay', () => tell('murmelparl-document', relay), { once: true }]);
-  }
+  // Whichever of the two scripts runs first, the other hears it. A relay that comes later is that of a
+  // new version, which Firefox brings into pages that are open; the old one is gone.
+  let met = tell('murmelparl-document', relay);
+  apply(addEventListener, window, ['murmelparl-relay', () => {
+    if (met) checkLinks();
+    else met = tell('murmelparl-document', relay);
+  }]);
 }

@@ -81,7 +81,7 @@ class ElementsTest(BrowserTestCase):
     def test_a_page_that_comes_back_is_told_that_its_link_is_gone(self):
         self.open("away")
         if not self.report("left"):
-            self.skipTest("this browser does not keep the page")
+            self.skipTest(f"this browser does not keep the page: {self.report('loaded anew')}")
         self.assertEqual(['["f-dead"]', "Send returned false"], self.report("told"))
         self.assertIs(True, self.report("again"))
 

@@ -19,13 +19,14 @@ from server import TOP, Server
 
 BUILD = pathlib.Path(os.environ.get("MPBP_BUILD_DIR", TOP / "build"))
 KIND = os.environ.get("MPBP_BROWSER", "chromium")
+PROGRAM = os.environ.get("MPBP_BROWSER_PROGRAM", KIND if KIND == "chromium" else "firefox-esr")
 CONNECTOR = os.environ.get("MPBP_CONNECTOR", str(BUILD / "mpbp-connector"))
 GECKO_ID = os.environ.get("MPBP_GECKO_EXTENSION_ID", "parl@murmel.example")
 HOST = "page.corp.murmel.example"
 # What Chromium loads unpacked.
 EXTENSIONS = [BUILD / "extension"]
 MANIFEST = "example.murmel.parl.json"
-TIMEOUT = 60  # seconds to wait for anything at all; a loaded machine is slow
+TIMEOUT = 30  # seconds to wait for anything at all; a loaded machine is slow
 
 FIREFOX_PREFERENCES = {
     "xpinstall.signatures.required": False,
@@ -111,7 +112,8 @@ class Profile:
 
 def chromium_command(profile, address, headless):
     extensions = ",".join(map(str, EXTENSIONS))
-    return ["chromium", *(["--headless=new"] if headless else []), "--no-sandbox", f"--user-data-dir={profile.browser}",
+    return [PROGRAM, *(["--headless=new"] if headless else []), "--no-sandbox",
+            f"--user-data-dir={profile.browser}",
             "--no-first-run", "--disable-gpu", "--disable-dev-shm-usage", "--disable-component-update",
             "--disable-sync", "--disable-default-apps", "--disable-background-networking",
             f"--disable-extensions-except={extensions}", f"--load-extension={extensions}",
@@ -130,7 +132,8 @@ def firefox_command(profile, certificates, address, headless):
     for words in (["-N", "-d", database, "--empty-password"],
                   ["-A", "-d", database, "-n", "test-ca", "-t", "CT,,", "-i", certificates / "ca.crt"]):
         subprocess.run(["certutil", *words], check=True, capture_output=True)
-    return ["firefox-esr", *(["-headless"] if headless else []), "-no-remote", "-profile", profile.browser, address]
+    return [PROGRAM, *(["-headless"] if headless else []), "-no-remote",
+            "-profile", profile.browser, address]
 
 
 class BrowserTestCase(unittest.TestCase):
@@ -181,7 +184,7 @@ class BrowserTestCase(unittest.TestCase):
         return f"{scheme}://{host}:{port}/{path}"
 
     def open(self, scene, argument="", page="elements.html", host=HOST, scheme="https"):
-        """Lets the page that finished last go on to this scene."""
+        """Lets the page go on to this scene."""
         with contextlib.suppress(queue.Empty):  # what an earlier scene has left
             while True:
                 self.server.reports.get_nowait()
@@ -204,7 +207,7 @@ class BrowserTestCase(unittest.TestCase):
         self.output.flush()
         text = pathlib.Path(self.output.name).read_text(encoding="utf-8", errors="replace")
         log = self.profile.log.read_text(errors="replace") if self.profile.log.exists() else ""
-        return "".join(text.splitlines(True)[-40:]) + "\n" + "".join(log.splitlines(True)[-40:])
+        return "".join(text.splitlines(True)[-12:]) + "\n" + "".join(log.splitlines(True)[-12:])
 
     def wait_until(self, condition, what):
         deadline = time.monotonic() + TIMEOUT

@@ -84,7 +84,9 @@ class Server:
         self.reports = queue.Queue()
         self.answers = {}  # by path, to requests of engines
         self.requests = []  # of engines: (method, path, headers, body)
-        self._pages = queue.Queue()
+        self._asked = 0
+        self._next_page = ""
+        self._changed = threading.Condition()
         self._servers = []
         self.port = self._serve(pathlib.Path(folder))
         self.http_port = self._serve(None)
@@ -92,7 +94,7 @@ class Server:
     def _serve(self, certificates):
         server = Quiet(("127.0.0.1", 0), Handler)
         server.reports, server.answers, server.requests = self.reports, self.answers, self.requests
-        server.next_page = self._pages.get
+        server.next_page = self._wait_for_page
         if certificates:
             context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
             context.load_cert_chain(certificates / "leaf.crt", certificates / "leaf.key")
@@ -117,11 +119,26 @@ class Server:
         openssl("x509", "-req", "-in", "leaf.csr", "-CA", "ca.crt", "-CAkey", "ca.key",
                 "-CAcreateserial", "-days", "2", "-out", "leaf.crt", "-extfile", "leaf.ext")
 
+    def _wait_for_page(self):
+        """Where the page that asks is to go; nothing when a later one has asked."""
+        with self._changed:
+            self._asked += 1
+            asked = self._asked
+            self._changed.notify_all()
+            self._changed.wait_for(lambda: self._next_page or self._asked != asked)
+            address = self._next_page if self._asked == asked else ""
+            if address:
+                self._next_page = ""
+            return address
+
     def go(self, address):
-        """Sends the page that has finished there."""
-        self._pages.put(address)
+        """Sends the page that has asked last there, or the first one to ask."""
+        with self._changed:
+            self._next_page = address
+            self._changed.notify_all()
 
     def close(self):
+        self.go("about:blank")
         for server in self._servers:
             server.shutdown()
             server.server_close()

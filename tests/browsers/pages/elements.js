@@ -226,22 +226,27 @@ const scenes = {
   },
 
   async away() {
+    if (sessionStorage.away) {
+      const [navigation] = performance.getEntriesByType('navigation');
+      return report('loaded anew', navigation.notRestoredReasons?.reasons);
+    }
+    sessionStorage.away = 'was here';
     const session = await new Session().alive();
     window.addEventListener('pageshow', async (event) => {
       if (!event.persisted) return;
       while (!session.count('["f-dead"]')) await pause(20);
       report('told', [session.texts.at(-1), thrown(() => session.plugin.send('no link'))]);
       report('again', await works(session.plugin));
-      finish();
     });
     window.addEventListener('pagehide', (event) => {
       navigator.sendBeacon('/report', JSON.stringify(['left', event.persisted]));
     });
     await reported;
+    leaving.abort();  // a page that waits for an answer may not be kept
+    await pause(200);
     location.href = 'back.html';
-    return new Promise(() => {});
   },
 };
 
 const [scene, argument] = location.search.slice(1).split('&');
-scenes[scene](argument).then(finish);
+scenes[scene](argument);

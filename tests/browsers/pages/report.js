@@ -1,5 +1,5 @@
-// In place of page.js's report() and finish(): reports go to the server, in order, and a page that has
-// finished goes on to where the server says.
+// In place of page.js's report() and finish(): reports go to the server, in order, and the page goes on
+// to where the server says, whether its scene has finished or hangs.
 'use strict';
 let reported = Promise.resolve();
 
@@ -8,11 +8,15 @@ report = function (name, value) {
   reported = reported.then(() => fetch('/report', { method: 'POST', body }));
 };
 
-finish = async function () {
-  await reported;
-  const next = await fetch('/next');
-  location.href = await next.text();
-};
+finish = () => {};
+
+// Frames and windows of a scene go with it.
+const leaving = new AbortController();
+if (window.top === window && !window.opener) {
+  fetch('/next', { signal: leaving.signal }).then((next) => next.text()).then((address) => {
+    if (address) location.href = address;
+  }).catch(() => {});
+}
 
 window.addEventListener('error', (event) => report('uncaught', event.message));
 window.addEventListener('unhandledrejection', (event) => report('uncaught', String(event.reason)));
