@@ -1,4 +1,5 @@
 """Sessions, and long and crowded lives: the scenes of the module's tests, and some of their own."""
+import contextlib
 import os
 import signal
 import time
@@ -90,7 +91,8 @@ class EndTest(BrowserTestCase):
         self.process.kill()
         for pid in self.profile.processes():
             if pid not in (*self.profile.connectors(), *self.profile.engines()):
-                os.kill(pid, signal.SIGKILL)
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(pid, signal.SIGKILL)
         killed = time.monotonic()
         self.wait_until(lambda: not self.profile.connectors(), "the connector's end")
         self.assertLess(time.monotonic() - killed, 2)

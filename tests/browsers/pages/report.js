@@ -5,7 +5,7 @@ let reported = Promise.resolve();
 
 report = function (name, value) {
   const body = JSON.stringify([name, value === undefined ? null : value]);
-  reported = reported.then(() => fetch('/report', { method: 'POST', body }));
+  reported = reported.then(() => fetch('/report', { method: 'POST', body, keepalive: body.length < 60000 }));
 };
 
 finish = () => {};
