@@ -32,7 +32,8 @@ std::optional<bool> ReadPlainly(std::string_view text) {
 
 void TestInput(std::string_view input) {
   const std::string stat(input);
-  FUZZ_CHECK(IsEngineStat(stat.c_str()) == ReadPlainly(stat.c_str()));
+  const char* const text = stat.c_str();  // ends at the first NUL
+  FUZZ_CHECK(IsEngineStat(text) == ReadPlainly(text));
 }
 
 }  // namespace mpbp::fuzz
