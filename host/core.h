@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "abi/browser_abi.h"
-#include "host/http_client.h"
 #include "host/main_loop.h"
 #include "host/memory_table.h"
 #include "host/misuse.h"
@@ -30,7 +29,6 @@ struct Core {
   MainLoop loop;
   MemoryTable memory{misuse};
   VarTable vars{misuse};
-  HttpClient http;
   ResourceTable resources{misuse};
   ParlService parl{*this};
 

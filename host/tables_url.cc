@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "host/core.h"
+#include "host/origin.h"
 #include "host/page.h"
 #include "host/url_loader.h"
 
