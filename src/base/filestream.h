@@ -39,7 +39,7 @@ class FileStream : public StreamInterface {
   // Reads a line; its line feed is taken off. A last line without one counts, SR_EOS comes after
   // it. SR_ERROR when the read fails, and with EFBIG when the line is longer than kMaxLineLength.
   [[nodiscard]] StreamResult ReadLine(std::string* line, int* error = nullptr);
-  // Hands the buffered bytes to the system; false, with errno set, when it does not take them.
+  // Hands the buffered bytes to the system; false when it does not take them.
   [[nodiscard]] bool Flush();
   // Size in bytes, buffered ones included.
   [[nodiscard]] bool GetSize(size_t* size);
@@ -55,7 +55,7 @@ class FileStream : public StreamInterface {
 };
 
 // The first `max_bytes` of a file, or what it has of them; empty when it cannot be read.
-std::string ReadFileText(const std::string& path, size_t max_bytes);
+[[nodiscard]] std::string ReadFileText(const std::string& path, size_t max_bytes);
 
 }  // namespace mpbp
 

@@ -63,8 +63,8 @@ class Filesystem {
   [[nodiscard]] static bool CreateFolder(const std::string& folder, mode_t mode);
   // Creates an empty file with mode 0600; an existing one, or a link in its place, is a failure.
   [[nodiscard]] static bool CreatePrivateFile(const std::string& path);
-  // False with errno set on failure.
-  [[nodiscard]] static bool DeleteFile(const std::string& path);
+  // False with an errno value in *error, which may be null, on failure.
+  [[nodiscard]] static bool DeleteFile(const std::string& path, int* error = nullptr);
 
   // Both follow links. IsFile means a regular file.
   static bool IsFile(const std::string& path);

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "base/asyncsocketdispatcher.h"
+#include "base/descriptors.h"
 #include "base/logging.h"
 #include "base/signalpipe.h"
 #include "base/timeutils.h"
@@ -60,7 +61,7 @@ std::unique_ptr<AsyncSocket> PhysicalSocketServer::CreateAsyncSocket(int family,
 }
 
 std::unique_ptr<AsyncSocketDispatcher> PhysicalSocketServer::WrapSocket(int fd) {
-  auto socket = std::make_unique<AsyncSocketDispatcher>(this, fd);
+  auto socket = std::make_unique<AsyncSocketDispatcher>(this, UniqueFd(fd));
   if (!socket->Initialize()) return nullptr;
   return socket;
 }

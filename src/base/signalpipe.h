@@ -5,6 +5,7 @@
 #include <atomic>
 #include <map>
 
+#include "base/descriptors.h"
 #include "base/iodispatcher.h"
 #include "base/lifetoken.h"
 
@@ -15,7 +16,7 @@ class PhysicalSocketServer;
 inline constexpr int kNumSignals = 128;
 
 // Installs a catcher, SIG_DFL or SIG_IGN. False, with an error line, when the system refuses.
-bool InstallSignalDisposition(int signum, void (*handler)(int));
+[[nodiscard]] bool InstallSignalDisposition(int signum, void (*handler)(int));
 
 // One a process, made on first use and never destroyed: a signal may arrive at any time.
 class SignalPipe {
@@ -28,15 +29,14 @@ class SignalPipe {
   // kNumSignals or more.
   static void Catch(int signum);
 
-  int descriptor() const { return read_end_; }
+  int descriptor() const { return pipe_.read_end.get(); }
   // Whether the signal came since the last call.
-  bool TakeReceived(int signum) { return received_[signum].exchange(false); }
+  [[nodiscard]] bool TakeReceived(int signum) { return received_[signum].exchange(false); }
 
  private:
   SignalPipe();
 
-  int read_end_ = -1;
-  int write_end_ = -1;
+  Pipe pipe_;
   std::atomic<bool> received_[kNumSignals] = {};
 };
 
@@ -48,7 +48,7 @@ class SignalPipeDispatcher : public IoDispatcher {
 
   void SetHandler(int signum, void (*handler)(int)) { handlers_[signum] = handler; }
   // True when no handler is left.
-  bool ClearHandler(int signum);
+  [[nodiscard]] bool ClearHandler(int signum);
 
   uint32_t GetRequestedEvents() const override { return EVENT_READ; }
   void OnPreEvent(uint32_t flags) override;

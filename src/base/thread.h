@@ -45,8 +45,8 @@ class Thread : public MessageQueue {
 
   // Before Start. The name gets " 0x" and the object's address appended when one is given.
   // False, and nothing changed, once started.
-  bool SetName(const std::string& name, const void* object);
-  bool SetPriority(ThreadPriority priority);
+  [[nodiscard]] bool SetName(const std::string& name, const void* object);
+  [[nodiscard]] bool SetPriority(ThreadPriority priority);
   const std::string& name() const { return name_; }
 
   // Starts an operating-system thread that runs `runnable`, or Run() when it is null. `runnable` is
