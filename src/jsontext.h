@@ -25,7 +25,7 @@ const Json::Value& ElementAt(const Json::Value& array, unsigned index);
 const Json::Value& MemberOf(const Json::Value& object, const char* name);
 
 // Nothing when the value has another type.
-std::optional<std::string> AsString(const Json::Value& value);
+[[nodiscard]] std::optional<std::string> AsString(const Json::Value& value);
 
 }  // namespace mpbp
 

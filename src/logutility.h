@@ -57,11 +57,11 @@ class MultipartStream : public StreamInterface {
 };
 
 // Adds a file part; `name` is both its field and its file name. False after a log line on failure.
-bool AddLogToMultipart(const std::string& name, const std::string& content_type,
-                       std::string content, MultipartStream* multipart);
+[[nodiscard]] bool AddLogToMultipart(const std::string& name, const std::string& content_type,
+                                     std::string content, MultipartStream* multipart);
 // Adds a form field. False after a log line on failure.
-bool AddParameterToMultipart(const std::string& key, const std::string& value,
-                             MultipartStream* multipart);
+[[nodiscard]] bool AddParameterToMultipart(const std::string& key, const std::string& value,
+                                           MultipartStream* multipart);
 
 }  // namespace mpbp
 

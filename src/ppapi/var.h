@@ -49,7 +49,7 @@ class Var {
   // Borrowed, for as long as this lives.
   const PP_Var& get() const { return var_; }
   // Hands the reference over to the caller.
-  PP_Var Detach();
+  [[nodiscard]] PP_Var Detach();
 
  private:
   PP_Var var_;

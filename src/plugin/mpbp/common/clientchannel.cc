@@ -218,7 +218,7 @@ void ClientChannel::OnSocketAuthorized(MessageSocket* socket) {
     const std::string text = std::move(pending_sends_.front());
     pending_sends_.pop_front();
     pending_bytes_ -= text.size();
-    WriteToEngine(text);  // logs its failure
+    static_cast<void>(WriteToEngine(text));  // logs its failure
   }
   Deliver(kReadyText);
   LOG(LS_INFO) << this << ": AUTHORIZED; socket handshake complete";

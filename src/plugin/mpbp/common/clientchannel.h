@@ -45,10 +45,10 @@ class ClientChannelDelegate {
   // Starts an HTTP request. True takes `response`, which comes back through SendHttpResponse when
   // it is complete, perhaps inside this call; false leaves it with the caller. Anything may have
   // happened to the channel when it returns.
-  virtual bool StartHttpRequest(const HttpRequest& request,
-                                std::unique_ptr<HttpResponse>& response) = 0;
+  [[nodiscard]] virtual bool StartHttpRequest(const HttpRequest& request,
+                                              std::unique_ptr<HttpResponse>& response) = 0;
   // Answers the engine's text: true with the complete reply.
-  virtual bool GetProxyForUrl(const std::string& text, std::string* reply) = 0;
+  [[nodiscard]] virtual bool GetProxyForUrl(const std::string& text, std::string* reply) = 0;
 
  protected:
   ClientChannelDelegate() = default;
@@ -98,14 +98,14 @@ class ClientChannel : public MessageHandler,
 
   // The in-memory plug-in log, null once it has been released.
   virtual std::shared_ptr<MemoryLog> LogStore();
-  virtual bool ConnectSocket(int* error);
+  [[nodiscard]] virtual bool ConnectSocket(int* error);
   // Closes the socket without releasing it.
   virtual void Disconnect();
   virtual void PostDelayed(int32_t delay_ms, uint32_t id);
   void OnMessage(Message* message) override;
-  virtual bool StartEngine();
+  [[nodiscard]] virtual bool StartEngine();
   virtual void OnSocketClosed(MessageSocket* socket, int reason);
-  virtual bool LaunchEngineProcess(int* error);
+  [[nodiscard]] virtual bool LaunchEngineProcess(int* error);
 
  private:
   friend class ClientChannelTestPeer;
@@ -117,7 +117,7 @@ class ClientChannel : public MessageHandler,
 
   // Connection and lifecycle (clientchannel.cc).
   void AttachSocket(std::unique_ptr<PluginMessageSocket> socket);
-  LinkAttempt InitiateConnection();
+  [[nodiscard]] LinkAttempt InitiateConnection();
   void TryToConnect();
   void RestartEngine();
   void RequestRestart(const char* reason);
@@ -139,20 +139,20 @@ class ClientChannel : public MessageHandler,
 
   // Routing (messagerouting.cc).
   void OnSocketMessage(MessageSocket* socket, const std::string& text);
-  bool PreRoute(const std::string& text);
-  bool SendToEngine(const std::string& text);
-  bool WriteToEngine(const std::string& text);
+  [[nodiscard]] bool PreRoute(const std::string& text);
+  [[nodiscard]] bool SendToEngine(const std::string& text);
+  [[nodiscard]] bool WriteToEngine(const std::string& text);
   size_t WaitingBytes() const;  // in the queue and in the socket's buffer; the channel runs
   void RelayToPage(const std::string& text);
-  bool HandleKill(const Json::Value& message);
+  [[nodiscard]] bool HandleKill(const Json::Value& message);
   void HandleHttpRequest(const std::string& text);
   void HandleGetProxyForUrl(const std::string& text);
   void StartHttpRequest(const HttpRequest& request, std::unique_ptr<HttpResponse> response);
 
   // The log upload (logupload.cc).
-  bool HandleUploadBrowserPluginLog(const Json::Value& message);
+  [[nodiscard]] bool HandleUploadBrowserPluginLog(const Json::Value& message);
   void UploadLog(const std::string& jid);
-  bool BuildLogForm(MultipartStream* form, const std::string& jid);
+  [[nodiscard]] bool BuildLogForm(MultipartStream* form, const std::string& jid);
 
   ClientChannelDelegate* delegate_;
   const std::string origin_url_;

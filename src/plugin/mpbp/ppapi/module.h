@@ -21,7 +21,7 @@ class Module {
   virtual ~Module();
 
   // Sets up the log. True.
-  virtual bool Init();
+  [[nodiscard]] virtual bool Init();
   virtual std::shared_ptr<PluginObject> CreateInstance(PP_Instance instance);
 
   // The module in place, or null.
