@@ -11,7 +11,7 @@
 #include "abi/browser_abi.h"
 #include "host/main_loop.h"
 #include "host/memory_table.h"
-#include "host/misuse.h"
+#include "host/misuse_log.h"
 #include "host/module_library.h"
 #include "host/options.h"
 #include "host/parl_service.h"

@@ -6,6 +6,7 @@
 #include "host/origin.h"
 #include "host/page.h"
 #include "host/url_loader.h"
+#include "host/url_response_info.h"
 
 namespace mpbp::host {
 namespace {

@@ -1,4 +1,4 @@
-// The resources behind the URL loader tables. Main thread only.
+// The resource behind the URL loader table. Main thread only.
 #ifndef MPBP_HOST_URL_LOADER_H_
 #define MPBP_HOST_URL_LOADER_H_
 
@@ -12,26 +12,12 @@
 
 #include "abi/browser_abi.h"
 #include "host/http_transfer.h"
-#include "host/resource_table.h"
+#include "host/resource.h"
+#include "host/url_request_info.h"
 
 namespace mpbp::host {
 
 struct Core;
-
-class UrlRequestInfo final : public Resource {
- public:
-  const char* kind() const override { return "URL request"; }
-
-  HttpRequest request;
-};
-
-class UrlResponseInfo final : public Resource {
- public:
-  explicit UrlResponseInfo(HttpResponse r) : response(std::move(r)) {}
-  const char* kind() const override { return "URL response"; }
-
-  const HttpResponse response;
-};
 
 // Takes the text that a module sets as the headers property apart into its lines.
 std::vector<std::string> SplitHeaderLines(const std::string& text);

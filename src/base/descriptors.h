@@ -11,7 +11,7 @@ struct Pipe {
   UniqueFd write_end;
 };
 
-// A pipe that is closed on exec; `flags` as pipe2 takes them, besides. Without ends, and with an
+// A pipe that is closed on exec, with the further `flags` of pipe2. Without ends, and with an
 // errno value in *error (which may be null), when the system gives none.
 [[nodiscard]] Pipe MakePipe(int flags, int* error);
 

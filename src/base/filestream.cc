@@ -110,7 +110,11 @@ StreamResult FileStream::ReadLine(std::string* line, int* error) {
   return StreamResult::SR_SUCCESS;
 }
 
-bool FileStream::Flush() { return file_ && fflush(file_.get()) == 0; }
+bool FileStream::Flush(int* error) {
+  if (file_ && fflush(file_.get()) == 0) return true;
+  if (error) *error = file_ ? errno : EBADF;
+  return false;
+}
 
 bool FileStream::GetSize(size_t* size) {
   struct stat status = {};

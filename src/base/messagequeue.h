@@ -52,7 +52,7 @@ class MessageQueue {
 
   // A time-sensitive message that is delivered more than 150 ms after its post logs a warning.
   // On a quitting queue the message and its data are dropped; only MQID_DISPOSE is still kept, and
-  // is deleted with the queue at the latest: what is disposed of is in use on the stack.
+  // is deleted with the queue at the latest: what is disposed of may be in use on the stack.
   virtual void Post(MessageHandler* handler, uint32_t id = 0,
                     std::unique_ptr<MessageData> data = nullptr, bool time_sensitive = false);
   virtual void PostDelayed(int32_t delay_ms, MessageHandler* handler, uint32_t id = 0,

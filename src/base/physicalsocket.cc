@@ -1,3 +1,5 @@
+#include "base/physicalsocket.h"
+
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 

@@ -22,7 +22,7 @@
 #include "base/logging.h"
 
 // What runs in a child, from here to RunAsDaemon, allocates nothing and takes no lock: the host has
-// many threads, and whichever of them held a lock when the process forked holds it for ever in the
+// many threads, and whichever of them held a lock when the process forked holds it forever in the
 // child. It calls the kernel itself, not through the C library, whose functions a host may replace
 // for the whole process: one browser's close() ends the process for a descriptor that an object of
 // the browser owns, and the child closes them all.

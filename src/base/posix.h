@@ -14,10 +14,10 @@ namespace mpbp {
 // arguments for the call.
 [[nodiscard]] bool RunAsDaemon(const char* file, char* const argv[], int* error = nullptr);
 
-// Has the form it has on systems that know it. Calls `callback(context, fd)` for every open
-// descriptor of this process but the one it uses itself; the callback may close that descriptor. 0
-// on success; -1 with errno set when the list cannot be read, EBADF when it held something else
-// than a number. Async-signal-safe when the callback is.
+// Has the form that it has on the systems that provide it. Calls `callback(context, fd)` for every
+// open descriptor of this process but the one it uses itself; the callback may close that
+// descriptor. 0 on success; -1 with errno set when the list cannot be read, EBADF when it held
+// something other than a number. Async-signal-safe when the callback is.
 [[nodiscard]] int fdwalk(void (*callback)(void* context, int fd), void* context);
 
 }  // namespace mpbp

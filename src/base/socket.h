@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <memory>
 
-#include "base/signal.h"
 #include "base/socketaddress.h"
 
 namespace mpbp {
@@ -62,15 +61,6 @@ class Socket {
 
  protected:
   Socket() = default;
-};
-
-// A socket that reports what happens to it. Handlers may close or delete the socket.
-class AsyncSocket : public Socket {
- public:
-  Signal<AsyncSocket*> SignalReadEvent;  // also: a connection waits to be accepted
-  Signal<AsyncSocket*> SignalWriteEvent;
-  Signal<AsyncSocket*> SignalConnectEvent;
-  Signal<AsyncSocket*, int> SignalCloseEvent;  // the error, 0 when the peer closed
 };
 
 }  // namespace mpbp

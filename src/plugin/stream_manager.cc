@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/logging.h"
+#include "ppapi/browser.h"
 #include "ppapi/urlloader.h"
 
 namespace mpbp {

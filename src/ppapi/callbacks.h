@@ -31,8 +31,8 @@ class CallbackFactory {
   // Runs as often as the browser calls it, until it is cancelled; running it allocates nothing.
   [[nodiscard]] PP_CompletionCallback Repeating(Function function);
 
-  // Takes a callback back that will not be called, or shall not run. False when it has run, or was
-  // taken back before.
+  // Cancels a callback that will not be called, or must not run. False when it has run, or was
+  // cancelled before.
   bool Cancel(const PP_CompletionCallback& callback);
   void CancelAll();
 

@@ -290,7 +290,7 @@ const ChannelTransition& ClientChannel::Enter(ChannelEvent event, const char* re
   return transition;
 }
 
-// What cannot be told, for want of memory, must not keep the channel from going on.
+// The channel goes on even when there is no memory to tell the page something.
 void ClientChannel::SendConnectStatus(ConnectStep step, int error) try {
   Json::Value status(Json::objectValue);
   status["step"] = std::to_string(ToNumber(step));

@@ -23,6 +23,7 @@
 #include "logutility.h"
 #include "plugin/mpbp/common/browserthread.h"
 #include "plugin/mpbp/common/channelstates.h"
+#include "plugin/mpbp/common/clientchanneldelegate.h"
 #include "pluginmessagesocket.h"
 
 namespace mpbp {
@@ -32,27 +33,6 @@ enum class LinkAttempt {
   UNDER_WAY,  // the rest comes with events and timers
   FAILED,
   ENDED,  // the page has stopped the channel, or started it anew, from inside
-};
-
-// The plug-in instance, as the channel sees it.
-class ClientChannelDelegate {
- public:
-  ClientChannelDelegate(const ClientChannelDelegate&) = delete;
-  ClientChannelDelegate& operator=(const ClientChannelDelegate&) = delete;
-
-  // A text for the page. Anything may have happened to the channel when it returns.
-  virtual void MessageReceived(const std::string& text) = 0;
-  // Starts an HTTP request. True takes `response`, which comes back through SendHttpResponse when
-  // it is complete, perhaps inside this call; false leaves it with the caller. Anything may have
-  // happened to the channel when it returns.
-  [[nodiscard]] virtual bool StartHttpRequest(const HttpRequest& request,
-                                              std::unique_ptr<HttpResponse>& response) = 0;
-  // Answers the engine's text: true with the complete reply.
-  [[nodiscard]] virtual bool GetProxyForUrl(const std::string& text, std::string* reply) = 0;
-
- protected:
-  ClientChannelDelegate() = default;
-  ~ClientChannelDelegate() = default;
 };
 
 class ClientChannel : public MessageHandler,
@@ -86,8 +66,8 @@ class ClientChannel : public MessageHandler,
   // Answers an HTTP request of the engine. Dropped when the link that asked is gone.
   void SendHttpResponse(std::unique_ptr<HttpResponse> response);
 
-  // The thread whose queue and sockets the channel uses; null while it does not run. Who pumps it
-  // holds it meanwhile.
+  // The thread whose queue and sockets the channel uses; null while it does not run. Whoever pumps
+  // it holds it meanwhile.
   std::shared_ptr<BrowserThread> browser_thread() const { return browser_thread_; }
   ChannelState state() const { return state_; }
 
@@ -110,9 +90,9 @@ class ClientChannel : public MessageHandler,
  private:
   friend class ClientChannelTestPeer;
 
-  // The one place that changes the state. `reason` is for the log at its most talkative.
+  // The one place that changes the state. `reason` is logged at the most verbose level.
   void SetState(ChannelState state, const char* reason);
-  // The transition of the state that is, which it makes.
+  // Makes the transition that the event leads to from the present state, and returns it.
   const ChannelTransition& Enter(ChannelEvent event, const char* reason);
 
   // Connection and lifecycle (clientchannel.cc).
@@ -130,7 +110,7 @@ class ClientChannel : public MessageHandler,
   void Recover();
   void FollowClose(const ChannelTransition& transition, int reason);
   void Deliver(const std::string& text);
-  // Whether the run that was in progress at `run` has ended.
+  // Whether the run that `run` was noted in has ended.
   bool HasEnded(uint32_t run) const { return run != run_; }
 
   // The watchdog (onlinecheck.cc).
