@@ -49,7 +49,7 @@ bool MakeDataUrl(const QDir& folder, const QString& reference, QString* url, QSt
 bool ReplaceReferences(const QDir& folder, QString* html, QString* error) {
   static const QRegularExpression kPattern(kReference, QRegularExpression::CaseInsensitiveOption);
   QString result;
-  qsizetype copied = 0;
+  decltype(html->size()) copied = 0;  // the two Qts count in different types
   for (auto matches = kPattern.globalMatch(*html); matches.hasNext();) {
     const QRegularExpressionMatch match = matches.next();
     QString url;

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "browser/args.h"
-#include "browser/environment.h"
+#include "browser/browser_environment.h"
 #include "browser/session.h"
 #include "browser/signal_watch.h"
 

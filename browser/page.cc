@@ -1,9 +1,10 @@
 #include "browser/page.h"
 
-#include <QCloseEvent>
 #include <QRegularExpression>
 #include <QWebEngineSettings>
 #include <cstdio>
+
+#include "browser/page_window.h"
 
 namespace mpbp {
 namespace {
@@ -95,18 +96,5 @@ bool Page::certificateError(const QWebEngineCertificateError& error) {
 #endif
 
 QWebEnginePage* Page::createWindow(WebWindowType) { return observer_->OnNewWindow()->page(); }
-
-PageWindow::PageWindow(QWebEngineProfile* profile, PageObserver* observer, int number)
-    : observer_(observer), page_(new Page(profile, this, observer, number)) {
-  setPage(page_);
-}
-
-void PageWindow::ShowHtml(const QString& html, const QUrl& url) { page_->setHtml(html, url); }
-
-void PageWindow::closeEvent(QCloseEvent* event) {
-  page_->PrintEvent("closed", page_->url().toString(QUrl::RemoveQuery));
-  event->accept();
-  observer_->OnWindowClosing(this);
-}
 
 }  // namespace mpbp

@@ -40,7 +40,7 @@ void Session::Finish(int status) {
   finished_ = true;
   SaveScreenshot();
   // The caller may be inside one of the page's events, so the windows close from the event loop.
-  QTimer::singleShot(0, qApp, [] { QCoreApplication::quit(); });
+  QMetaObject::invokeMethod(qApp, "quit", Qt::QueuedConnection);
 }
 
 void Session::OnLoadFinished(PageWindow* window, bool ok) {

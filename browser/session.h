@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "browser/args.h"
-#include "browser/page.h"
+#include "browser/page_window.h"
 
 namespace mpbp {
 

@@ -13,7 +13,7 @@
 
 #include "base/logging.h"
 #include "base/physicalsocketserver.h"
-#include "base/thread.h"
+#include "base/threadmanager.h"
 #include "connector/connector.h"
 #include "connector/registration.h"
 #include "connector/standardpipes.h"

@@ -62,7 +62,8 @@ bool WriteManifest(const ManifestFolder& folder, const std::string& path,
   const bool done =
       file.Open(temporary, "w", &error) &&
       file.Write(manifest.data(), manifest.size(), &written, &error) == StreamResult::SR_SUCCESS &&
-      written == manifest.size() && file.Flush() && rename(temporary.c_str(), path.c_str()) == 0;
+      written == manifest.size() && file.Flush(&error) &&
+      rename(temporary.c_str(), path.c_str()) == 0;
   if (done) return true;
   const int system_error = error != 0 ? error : errno;
   unlink(temporary.c_str());

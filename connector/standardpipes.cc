@@ -7,6 +7,7 @@
 #include <functional>
 #include <utility>
 
+#include "base/descriptors.h"
 #include "base/iodispatcher.h"
 #include "base/logging.h"
 #include "base/thread.h"
@@ -17,38 +18,33 @@ namespace {
 constexpr size_t kReadSize = size_t{64} << 10;  // what a pipe holds
 
 // A copy of a standard stream that no program inherits and that does not block, with /dev/null in
-// its place. -1 on failure.
-int TakeStandardStream(int stream, int null_flags) {
-  const int fd = fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  if (fd < 0) return -1;
-  const int null = open("/dev/null", null_flags | O_CLOEXEC);
-  const int flags = fcntl(fd, F_GETFL);
-  const bool done = null >= 0 && dup2(null, stream) == stream && flags >= 0 &&
-                    fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
-  if (null >= 0) close(null);
-  if (done) return fd;
-  close(fd);
-  return -1;
+// its place. None on failure.
+UniqueFd TakeStandardStream(int stream, int null_flags) {
+  UniqueFd fd(fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  const UniqueFd null(open("/dev/null", null_flags | O_CLOEXEC));
+  int error = 0;
+  const bool done =
+      fd && null && dup2(null.get(), stream) == stream && SetNonBlocking(fd.get(), &error);
+  return done ? std::move(fd) : UniqueFd();
 }
 
 }  // namespace
 
 class StandardPipes::Pipe final : public IoDispatcher {
  public:
-  Pipe(int fd, uint32_t events, std::function<void()> on_event)
-      : fd_(fd), events_(events), on_event_(std::move(on_event)) {}
-  ~Pipe() override { close(fd_); }
+  Pipe(UniqueFd fd, uint32_t events, std::function<void()> on_event)
+      : fd_(std::move(fd)), events_(events), on_event_(std::move(on_event)) {}
 
   void set_events(uint32_t events) { events_ = events; }
 
   uint32_t GetRequestedEvents() const override { return events_; }
   void OnPreEvent(uint32_t) override {}
   void OnEvent(uint32_t, int) override { on_event_(); }
-  int GetDescriptor() const override { return fd_; }
+  int GetDescriptor() const override { return fd_.get(); }
   bool IsDescriptorClosed() const override { return false; }  // what is read tells
 
  private:
-  const int fd_;
+  const UniqueFd fd_;
   uint32_t events_;
   const std::function<void()> on_event_;
 };
@@ -62,12 +58,12 @@ StandardPipes::~StandardPipes() {
 }
 
 bool StandardPipes::Open() {
-  const int input = TakeStandardStream(STDIN_FILENO, O_RDONLY);
-  if (input < 0) return false;
-  input_ = std::make_unique<Pipe>(input, EVENT_READ, [this] { OnReadable(); });
-  const int output = TakeStandardStream(STDOUT_FILENO, O_WRONLY);
-  if (output < 0) return false;
-  output_ = std::make_unique<Pipe>(output, 0, [this] { OnWritable(); });
+  UniqueFd input = TakeStandardStream(STDIN_FILENO, O_RDONLY);
+  if (!input) return false;
+  input_ = std::make_unique<Pipe>(std::move(input), EVENT_READ, [this] { OnReadable(); });
+  UniqueFd output = TakeStandardStream(STDOUT_FILENO, O_WRONLY);
+  if (!output) return false;
+  output_ = std::make_unique<Pipe>(std::move(output), 0, [this] { OnWritable(); });
   connector_->SignalOutput.Connect(this, &StandardPipes::OnOutput);
   return server_->Add(input_.get()) && server_->Add(output_.get());
 }

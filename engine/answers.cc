@@ -3,17 +3,15 @@
 
 #include "engine/client.h"
 #include "engine/json.h"
+#include "jsontext.h"
 
 namespace mpbp::engine {
 namespace {
 
 std::optional<uint32_t> IdAt(const Json::Value& message, Json::ArrayIndex index) {
-  if (index >= message.size() || !message[index].isUInt()) return {};
-  return message[index].asUInt();
-}
-
-Json::Value ElementAt(const Json::Value& message, Json::ArrayIndex index) {
-  return index < message.size() ? message[index] : Json::Value();
+  const Json::Value& element = ElementAt(message, index);
+  if (!element.isUInt()) return {};
+  return element.asUInt();
 }
 
 }  // namespace

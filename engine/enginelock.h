@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "base/uniquefd.h"
+
 namespace mpbp::engine {
 
 // A lock on a file, held until this object goes or the process ends, whatever ends it. The file
@@ -16,17 +18,12 @@ class EngineLock {
     kFailed,  // errno says why
   };
 
-  EngineLock() = default;
-  EngineLock(const EngineLock&) = delete;
-  EngineLock& operator=(const EngineLock&) = delete;
-  ~EngineLock();
-
   // Once. Waits for up to `wait_ms` while another one holds it, which may be about to end. The file
   // is created with mode 0600 if it is missing.
   [[nodiscard]] Outcome Take(const std::string& path, int wait_ms);
 
  private:
-  int fd_ = -1;
+  UniqueFd fd_;
 };
 
 }  // namespace mpbp::engine

@@ -10,7 +10,7 @@
 #include "base/filesystem.h"
 #include "base/logging.h"
 #include "base/physicalsocketserver.h"
-#include "base/thread.h"
+#include "base/threadmanager.h"
 #include "engine/engine.h"
 #include "engine/enginelock.h"
 #include "engine/process.h"

@@ -10,6 +10,7 @@
 
 #include "base/filestream.h"
 #include "base/logging.h"
+#include "base/uniquefd.h"
 
 namespace mpbp::engine {
 namespace {
@@ -21,10 +22,11 @@ constexpr rlim_t kOwnDescriptors = 24;
 }  // namespace
 
 void FillStandardStreams() {
-  int fd = -1;
-  do fd = open("/dev/null", O_RDWR);
-  while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd > STDERR_FILENO) close(fd);
+  UniqueFd fd(open("/dev/null", O_RDWR));
+  while (fd && fd.get() <= STDERR_FILENO) {
+    static_cast<void>(fd.Release());  // stays open, as the stream
+    fd = UniqueFd(open("/dev/null", O_RDWR));
+  }
 }
 
 void LeaveSession() {
@@ -32,13 +34,13 @@ void LeaveSession() {
 }
 
 void LetGoOfStandardStreams() {
-  const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-  bool done = null >= 0;
+  UniqueFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
+  bool done = static_cast<bool>(null);
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    done = done && dup2(null, stream) == stream;
+    done = done && dup2(null.get(), stream) == stream;
   }
   if (!done) LOG_ERR(LS_ERROR) << "The standard streams stay open.";
-  if (null > STDERR_FILENO) close(null);
+  if (null.get() <= STDERR_FILENO) static_cast<void>(null.Release());  // it is one of them
 }
 
 void OpenLogFile(const std::string& path) {

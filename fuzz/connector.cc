@@ -5,8 +5,9 @@
 #include <cstdint>
 
 #include "base/physicalsocketserver.h"
-#include "base/thread.h"
+#include "base/threadmanager.h"
 #include "connector/nativemessages.h"
+#include "fuzz/choices.h"
 #include "fuzz/fuzz.h"
 #include "jsontext.h"
 

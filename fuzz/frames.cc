@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "fuzz/choices.h"
 #include "fuzz/fuzz.h"
 #include "pluginmessagesocket.h"
 

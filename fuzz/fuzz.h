@@ -4,7 +4,6 @@
 #define MPBP_FUZZ_FUZZ_H_
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,33 +22,6 @@ void TestInput(std::string_view input);
 // The input cut at line feeds into exactly `count` fields: the last one takes what is left, and
 // those that are missing are empty.
 std::vector<std::string> SplitFields(std::string_view input, size_t count);
-
-// A random number source that the input decides: pieces to cut it into, sizes, choices.
-class Choices {
- public:
-  explicit Choices(std::string_view input);
-  // From `low` to `high`, both included.
-  size_t Between(size_t low, size_t high);
-
- private:
-  uint64_t state_;
-};
-
-// A file without a name in any folder, for what reads files.
-class MemoryFile {
- public:
-  explicit MemoryFile(std::string_view content = {});
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-  ~MemoryFile();
-
-  // What to open it by, for as long as this object lives.
-  std::string path() const;
-  std::string Content() const;
-
- private:
-  int fd_;
-};
 
 }  // namespace mpbp::fuzz
 

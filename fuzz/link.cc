@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "fuzz/choices.h"
 #include "fuzz/fuzz.h"
 #include "pluginmessagesocket.h"
 

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "fuzz/fuzz.h"
+#include "fuzz/memory_file.h"
 
 namespace mpbp::fuzz {
 namespace {

@@ -2,6 +2,7 @@
 #include <cstdint>
 
 #include "fuzz/fuzz.h"
+#include "fuzz/memory_file.h"
 #include "portfileutils.h"
 
 namespace mpbp::fuzz {

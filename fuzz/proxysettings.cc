@@ -6,6 +6,7 @@
 #include <map>
 
 #include "base/stringutils.h"
+#include "fuzz/choices.h"
 #include "fuzz/fuzz.h"
 #include "plugin/mpbp/common/proxylookup.h"
 

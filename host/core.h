@@ -9,10 +9,9 @@
 #include <vector>
 
 #include "abi/browser_abi.h"
-#include "host/http_client.h"
 #include "host/main_loop.h"
 #include "host/memory_table.h"
-#include "host/misuse.h"
+#include "host/misuse_log.h"
 #include "host/module_library.h"
 #include "host/options.h"
 #include "host/parl_service.h"
@@ -30,7 +29,6 @@ struct Core {
   MainLoop loop;
   MemoryTable memory{misuse};
   VarTable vars{misuse};
-  HttpClient http;
   ResourceTable resources{misuse};
   ParlService parl{*this};
 

@@ -22,7 +22,6 @@ PP_Module NextModuleId() {
 
 Host::Host(HostOptions options) : core_(std::make_unique<Core>()) {
   core_->options = std::move(options);
-  core_->loop.SetPoller(&core_->http);
   if (AnyThreadCore() != nullptr) core_->misuse.Add("a second host was made in one process");
   SetCurrentCore(core_.get());
 }

@@ -23,8 +23,9 @@
 #include "host/module_library.h"
 #include "host/options.h"
 #include "host/page.h"
+#include "host/page_function.h"
 #include "host/parl_service.h"
-#include "host/script.h"
+#include "host/value.h"
 
 namespace mpbp::host {
 

@@ -1,21 +1,23 @@
-#include <fcntl.h>
+#include "host/http_transfer.h"
+
+#include <signal.h>
 #include <strings.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
+#include <utility>
 
 #include "abi/browser_abi.h"
-#include "host/http_client.h"
+#include "host/origin.h"
 
 namespace mpbp::host {
 namespace {
 
 constexpr long kMaxRedirects = 20;
-// Reading stops above the first mark and goes on below the second.
-constexpr size_t kBufferHigh = 4 << 20;
-constexpr size_t kBufferLow = 1 << 20;
+// The network waits for the reader when it is so far ahead.
+constexpr size_t kMaxBuffered = 64 << 10;
 
 int32_t ResultOf(CURLcode code) {
   switch (code) {
@@ -58,20 +60,73 @@ std::string NoProxyHosts() {
   return std::string("localhost,127.0.0.1,::1") + (more != nullptr ? "," + std::string(more) : "");
 }
 
-curl_socket_t OpenSocket(void*, curlsocktype, curl_sockaddr* address) {
-  return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+// What follows the number in "HTTP/1.1 404 Not Found".
+std::string ReasonOf(std::string_view status_line) {
+  const std::string_view status =
+      Trim(status_line.substr(std::min(status_line.find(' '), status_line.size())));
+  return std::string(Trim(status.substr(std::min(status.find(' '), status.size()))));
+}
+
+// The header lines of the last response; repeated ones joined with ", ".
+std::string JoinHeaders(CURL* easy) {
+  std::vector<std::pair<std::string, std::string>> headers;
+  curl_header* header = nullptr;
+  while ((header = curl_easy_nextheader(easy, CURLH_HEADER, -1, header)) != nullptr) {
+    const auto same = std::find_if(headers.begin(), headers.end(), [&](const auto& earlier) {
+      return SameName(earlier.first, header->name);
+    });
+    if (same == headers.end()) {
+      headers.emplace_back(header->name, Trim(header->value));
+    } else {
+      same->second.append(", ").append(Trim(header->value));
+    }
+  }
+  std::string lines;
+  for (const auto& [name, value] : headers) {
+    lines.append(name).append(": ").append(value).append("\n");
+  }
+  return lines;
+}
+
+int32_t StatusOf(CURL* easy) {
+  long status = 0;
+  curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+  return static_cast<int32_t>(status);
+}
+
+// One more response follows an interim one and a redirect, which is followed.
+bool IsLastResponse(CURL* easy) {
+  const int32_t status = StatusOf(easy);
+  if (status < 300 || status >= 400) return status >= 200;
+  curl_header* location = nullptr;
+  return curl_easy_header(easy, "Location", 0, CURLH_HEADER, -1, &location) != CURLHE_OK ||
+         Trim(location->value).empty();
 }
 
 }  // namespace
 
-HttpTransfer::HttpTransfer(HttpClient& client, HttpRequest request, std::function<void()> progress)
-    : client_(client),
-      request_(std::move(request)),
-      progress_(std::move(progress)),
-      easy_(curl_easy_init()) {}
+std::unique_ptr<HttpTransfer> HttpTransfer::Start(HttpRequest request, const HttpSettings& settings,
+                                                  std::function<void()> progress) {
+  static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
+  if (initialised != CURLE_OK || OriginOf(request.url).empty()) return nullptr;
+  std::unique_ptr<HttpTransfer> transfer(new HttpTransfer(std::move(request), std::move(progress)));
+  if (!transfer->SetUp(settings)) return nullptr;
+  transfer->thread_ = std::thread(&HttpTransfer::Run, transfer.get());
+  return transfer;
+}
+
+HttpTransfer::HttpTransfer(HttpRequest request, std::function<void()> progress)
+    : request_(std::move(request)), progress_(std::move(progress)), easy_(curl_easy_init()) {}
 
 HttpTransfer::~HttpTransfer() {
-  if (easy_ && !finished_) client_.Remove(easy_.get());
+  {
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
+    // The library looks once a second whether it is to stop, and at once when a socket has news.
+    for (const curl_socket_t fd : sockets_) shutdown(fd, SHUT_RDWR);
+  }
+  changed_.notify_all();
+  if (thread_.joinable()) thread_.join();
 }
 
 bool HttpTransfer::SetUp(const HttpSettings& settings) {
@@ -81,7 +136,7 @@ bool HttpTransfer::SetUp(const HttpSettings& settings) {
   const auto set = [&](CURLoption option, auto value) {
     ok = ok && curl_easy_setopt(easy, option, value) == CURLE_OK;
   };
-  set(CURLOPT_PRIVATE, this);
+  set(CURLOPT_NOSIGNAL, 1L);
   set(CURLOPT_URL, request_.url.c_str());
   set(CURLOPT_PROTOCOLS_STR, "http,https");
   set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
@@ -93,15 +148,8 @@ bool HttpTransfer::SetUp(const HttpSettings& settings) {
   set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(settings.connect_timeout_ms));
   set(CURLOPT_TIMEOUT_MS, static_cast<long>(settings.timeout_ms));
   if (!settings.ca_file.empty()) set(CURLOPT_CAINFO, settings.ca_file.c_str());
-  set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket);
-  set(CURLOPT_HEADERFUNCTION, &HttpTransfer::HeaderThunk);
-  set(CURLOPT_HEADERDATA, this);
-  set(CURLOPT_WRITEFUNCTION, &HttpTransfer::BodyThunk);
-  set(CURLOPT_WRITEDATA, this);
-  ok = ok && SetLines(CURLOPT_CONNECT_TO, settings.connect_to, connect_list_) && SetUpRequest();
-  // Not in the client's care yet: the destructor has nothing to take out of it.
-  if (!ok) easy_.reset();
-  return ok;
+  return ok && SetLines(CURLOPT_CONNECT_TO, settings.connect_to, connect_list_) && SetUpRequest() &&
+         SetUpCallbacks();
 }
 
 bool HttpTransfer::SetUpRequest() {
@@ -145,92 +193,125 @@ bool HttpTransfer::SetLines(CURLoption option, const std::vector<std::string>& l
   return curl_easy_setopt(easy_.get(), option, list.get()) == CURLE_OK;
 }
 
-size_t HttpTransfer::HeaderThunk(char* data, size_t size, size_t count, void* self) {
-  static_cast<HttpTransfer*>(self)->OnHeaderLine({data, size * count});
-  return size * count;
+bool HttpTransfer::SetUpCallbacks() {
+  using Self = HttpTransfer;
+  bool ok = true;
+  const auto set = [&](CURLoption function, auto callback, CURLoption data) {
+    ok = ok && curl_easy_setopt(easy_.get(), function, callback) == CURLE_OK &&
+         curl_easy_setopt(easy_.get(), data, this) == CURLE_OK;
+  };
+  set(
+      CURLOPT_HEADERFUNCTION,
+      +[](char* data, size_t size, size_t count, void* self) {
+        static_cast<Self*>(self)->OnHeaderLine({data, size * count});
+        return size * count;
+      },
+      CURLOPT_HEADERDATA);
+  set(
+      CURLOPT_WRITEFUNCTION,
+      +[](char* data, size_t size, size_t count, void* self) {
+        return static_cast<Self*>(self)->OnBody({data, size * count}) ? size * count : 0;
+      },
+      CURLOPT_WRITEDATA);
+  set(
+      CURLOPT_XFERINFOFUNCTION,
+      +[](void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+        return static_cast<Self*>(self)->IsStopped() ? 1 : 0;
+      },
+      CURLOPT_XFERINFODATA);
+  set(
+      CURLOPT_OPENSOCKETFUNCTION,
+      +[](void* self, curlsocktype, curl_sockaddr* address) {
+        return static_cast<Self*>(self)->OpenSocket(*address);
+      },
+      CURLOPT_OPENSOCKETDATA);
+  set(
+      CURLOPT_CLOSESOCKETFUNCTION,
+      +[](void* self, curl_socket_t fd) { return static_cast<Self*>(self)->CloseSocket(fd); },
+      CURLOPT_CLOSESOCKETDATA);
+  return ok && curl_easy_setopt(easy_.get(), CURLOPT_NOPROGRESS, 0L) == CURLE_OK;
 }
 
-size_t HttpTransfer::BodyThunk(char* data, size_t size, size_t count, void* self) {
-  return static_cast<HttpTransfer*>(self)->OnBody({data, size * count});
+void HttpTransfer::Run() {
+  // The process's signals are for its main thread; a broken connection's is for nobody.
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, nullptr);
+  const int32_t result = ResultOf(curl_easy_perform(easy_.get()));
+  Change([&] { result_ = result == PP_OK && !headers_ready_ ? PP_ERROR_FAILED : result; });
+}
+
+void HttpTransfer::Change(const std::function<void()>& change) {
+  {
+    const std::lock_guard lock(mutex_);
+    change();
+  }
+  changed_.notify_all();
+  progress_();
 }
 
 void HttpTransfer::OnHeaderLine(std::string_view line) {
-  if (headers_ready_) return;  // a trailer
-  if (line.starts_with("HTTP/")) {
-    headers_.clear();
-    response_ = {};
-    redirected_ = false;
-    const std::string_view status = Trim(line.substr(std::min(line.find(' '), line.size())));
-    std::from_chars(status.data(), status.data() + status.size(), response_.status);
-    const size_t blank = status.find(' ');
-    if (blank != std::string_view::npos) response_.reason = Trim(status.substr(blank));
-    return;
-  }
-  if (Trim(line).empty()) {
-    OnHeadersEnd();
-    return;
-  }
-  const size_t colon = line.find(':');
-  if (colon == std::string_view::npos) return;
-  const std::string_view name = line.substr(0, colon);
-  const std::string_view value = Trim(line.substr(colon + 1));
-  const bool redirects = response_.status >= 300 && response_.status < 400;
-  if (redirects && SameName(name, "location") && !value.empty()) redirected_ = true;
-  const auto same = std::find_if(headers_.begin(), headers_.end(),
-                                 [&](const auto& header) { return SameName(header.first, name); });
-  if (same == headers_.end()) {
-    headers_.emplace_back(name, value);
-  } else {
-    same->second.append(", ").append(value);
-  }
-}
-
-void HttpTransfer::OnHeadersEnd() {
-  // One more response follows an interim one and a redirect that is being followed.
-  if (response_.status < 200 || redirected_) return;
-  for (const auto& [name, value] : headers_) {
-    response_.headers.append(name).append(": ").append(value).append("\n");
-  }
+  if (opened()) return;  // a trailer
+  if (line.starts_with("HTTP/")) reason_ = ReasonOf(line);
+  if (!Trim(line).empty() || !IsLastResponse(easy_.get())) return;
   const char* url = nullptr;
   curl_easy_getinfo(easy_.get(), CURLINFO_EFFECTIVE_URL, &url);
-  response_.url = url != nullptr ? url : request_.url;
-  headers_ready_ = true;
-  progress_();
+  response_ = {url != nullptr ? url : request_.url, StatusOf(easy_.get()), reason_,
+               JoinHeaders(easy_.get())};
+  Change([&] { headers_ready_ = true; });
 }
 
-size_t HttpTransfer::OnBody(std::string_view bytes) {
-  if (buffered() > kBufferHigh) {
-    paused_ = true;
-    return CURL_WRITEFUNC_PAUSE;
+bool HttpTransfer::OnBody(std::string_view bytes) {
+  {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return stopped_ || body_.size() < kMaxBuffered; });
+    if (stopped_) return false;
   }
-  body_.append(bytes);
-  progress_();
-  return bytes.size();
+  Change([&] { body_.append(bytes); });
+  return true;
 }
 
-void HttpTransfer::OnDone(CURLcode code) {
-  finished_ = true;
-  error_ = ResultOf(code);
-  if (error_ == PP_OK && !headers_ready_) error_ = PP_ERROR_FAILED;
-  progress_();
+curl_socket_t HttpTransfer::OpenSocket(const curl_sockaddr& address) {
+  const std::lock_guard lock(mutex_);
+  if (stopped_) return CURL_SOCKET_BAD;
+  const int fd = socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
+  if (fd >= 0) sockets_.insert(fd);
+  return fd;
 }
 
-size_t HttpTransfer::Read(char* buffer, size_t size) {
-  const size_t count = std::min(size, buffered());
-  std::copy_n(body_.data() + body_start_, count, buffer);
-  body_start_ += count;
-  if (body_start_ == body_.size()) {
-    body_.clear();
-    body_start_ = 0;
-  } else if (body_start_ > kBufferLow) {
-    body_.erase(0, body_start_);
-    body_start_ = 0;
-  }
-  if (paused_ && !finished_ && buffered() < kBufferLow) {
-    paused_ = false;
-    curl_easy_pause(easy_.get(), CURLPAUSE_CONT);  // may deliver bytes at once
-  }
-  return count;
+int HttpTransfer::CloseSocket(curl_socket_t fd) {
+  const std::lock_guard lock(mutex_);
+  sockets_.erase(fd);
+  return close(fd);
+}
+
+bool HttpTransfer::IsStopped() const {
+  const std::lock_guard lock(mutex_);
+  return stopped_;
+}
+
+std::optional<int32_t> HttpTransfer::opened() const {
+  const std::lock_guard lock(mutex_);
+  return headers_ready_ ? PP_OK : result_;
+}
+
+std::optional<int32_t> HttpTransfer::Read(char* buffer, int32_t size) {
+  const std::lock_guard lock(mutex_);
+  if (body_.empty()) return result_;
+  const size_t count = body_.copy(buffer, static_cast<size_t>(size));
+  body_.erase(0, count);
+  changed_.notify_all();
+  return static_cast<int32_t>(count);
+}
+
+void HttpTransfer::AwaitHeaders() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return headers_ready_ || result_; });
+}
+
+void HttpTransfer::AwaitBody() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return !body_.empty() || result_; });
 }
 
 }  // namespace mpbp::host

@@ -60,9 +60,7 @@ bool MainLoop::RunOnce(int max_wait_ms) {
     fds.push_back({watcher.fd, watcher.events, 0});
     ids.push_back(id);
   }
-  const int wait_ms = WaitTime(max_wait_ms);
-  const int ready = poller_ != nullptr && poller_->Active() ? poller_->Poll(fds, wait_ms)
-                                                            : poll(fds.data(), fds.size(), wait_ms);
+  const int ready = poll(fds.data(), fds.size(), WaitTime(max_wait_ms));
   bool ran = false;
   if (ready > 0) {  // a signal or a failed poll leaves nothing to look at
     if (fds[0].revents != 0) {

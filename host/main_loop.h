@@ -15,15 +15,6 @@
 
 namespace mpbp::host {
 
-// Waits in place of poll(2) while it has work of its own, which it does in passing.
-class Poller {
- public:
-  virtual ~Poller() = default;
-  virtual bool Active() const = 0;
-  // As poll(2): fills in revents, returns how many are ready, -1 on failure.
-  virtual int Poll(std::span<pollfd> fds, int timeout_ms) = 0;
-};
-
 // Belongs to the thread that made it. Only Post and IsMainThread may be called from other threads.
 // Tasks and watchers may post, watch, unwatch and run the loop again from inside themselves.
 class MainLoop {
@@ -58,9 +49,6 @@ class MainLoop {
   bool Drain(int max_tasks);
   void DropTasks();
 
-  // `poller` is used until it is replaced or null is set. A borrow: reset it before it dies.
-  void SetPoller(Poller* poller) { poller_ = poller; }
-
  private:
   using Clock = std::chrono::steady_clock;
   using Key = std::pair<Clock::time_point, uint64_t>;
@@ -77,7 +65,6 @@ class MainLoop {
 
   const std::thread::id thread_ = std::this_thread::get_id();
   const int wake_fd_;
-  Poller* poller_ = nullptr;
   int next_watch_ = 1;
   std::map<int, Watcher> watchers_;
   mutable std::mutex mutex_;

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <optional>
 
-#include "host/misuse.h"
+#include "host/misuse_log.h"
 
 namespace mpbp::host {
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "host/core.h"
+#include "host/scoped_var.h"
 
 namespace mpbp::host {
 namespace {

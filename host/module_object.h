@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "abi/browser_abi.h"
-#include "host/script.h"
+#include "host/script_object.h"
 
 namespace mpbp::host {
 

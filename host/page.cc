@@ -2,6 +2,8 @@
 
 #include "host/core.h"
 #include "host/module_object.h"
+#include "host/page_function.h"
+#include "host/scoped_var.h"
 
 namespace mpbp::host {
 namespace {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "abi/browser_abi.h"
-#include "host/resource_table.h"
 
 namespace mpbp::host {
 
@@ -45,14 +44,6 @@ class ParlService {
   Core& core_;
   std::map<PP_Instance, Session> sessions_;
   std::vector<Request> requests_;
-};
-
-// What version 1.0 hands out.
-class ParlResource final : public Resource {
- public:
-  explicit ParlResource(PP_Instance i) : instance(i) {}
-  const char* kind() const override { return "private service"; }
-  const PP_Instance instance;
 };
 
 }  // namespace mpbp::host

@@ -1,4 +1,4 @@
-// The resources a module holds: loaders, requests, responses and the like.
+// The resources a module holds.
 #ifndef MPBP_HOST_RESOURCE_TABLE_H_
 #define MPBP_HOST_RESOURCE_TABLE_H_
 
@@ -10,18 +10,10 @@
 #include <vector>
 
 #include "abi/browser_abi.h"
-#include "host/misuse.h"
+#include "host/misuse_log.h"
+#include "host/resource.h"
 
 namespace mpbp::host {
-
-class Resource {
- public:
-  virtual ~Resource() = default;
-  virtual const char* kind() const = 0;
-  // The last reference went, or the instance did: what is under way ends, its callback comes later
-  // with PP_ERROR_ABORTED.
-  virtual void Abort() {}
-};
 
 // Main thread only.
 class ResourceTable {

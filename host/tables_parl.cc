@@ -3,6 +3,7 @@
 
 #include "host/core.h"
 #include "host/page.h"
+#include "host/parl_resource.h"
 
 namespace mpbp::host {
 namespace {

@@ -3,8 +3,10 @@
 #include <utility>
 
 #include "host/core.h"
+#include "host/origin.h"
 #include "host/page.h"
 #include "host/url_loader.h"
+#include "host/url_response_info.h"
 
 namespace mpbp::host {
 namespace {

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "host/core.h"
+#include "host/origin.h"
 
 namespace mpbp::host {
 
@@ -26,12 +27,12 @@ bool UrlLoader::AtOnce(PP_CompletionCallback callback) const {
          (callback.flags & PP_COMPLETIONCALLBACK_FLAG_OPTIONAL) != 0;
 }
 
-void UrlLoader::PostProgress() {
-  if (progress_posted_) return;
-  progress_posted_ = true;
-  core_.loop.Post(0, [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->OnProgress();
-  });
+std::function<void()> UrlLoader::ProgressPoster() {
+  return [&loop = core_.loop, weak = weak_from_this()] {
+    loop.Post(0, [weak] {
+      if (const auto self = weak.lock()) self->OnProgress();
+    });
+  };
 }
 
 int32_t UrlLoader::Open(const UrlRequestInfo& info, PP_CompletionCallback callback) {
@@ -44,14 +45,14 @@ int32_t UrlLoader::Open(const UrlRequestInfo& info, PP_CompletionCallback callba
   }
   const HttpSettings settings{core_.options.ca_file, core_.options.connect_to,
                               core_.options.connect_timeout_ms, core_.options.http_timeout_ms};
-  transfer_ = core_.http.Start(info.request, settings, [this] { PostProgress(); });
+  transfer_ = HttpTransfer::Start(info.request, settings, ProgressPoster());
   if (!transfer_) return PP_ERROR_FAILED;
   state_ = State::kOpening;
   pending_ = Pending{callback, nullptr, 0};
   if (!core_.options.complete_reads_at_once && !core_.options.complete_inside) {
     return PP_OK_COMPLETIONPENDING;
   }
-  core_.http.BlockUntil([this] { return transfer_->headers_ready() || transfer_->finished(); });
+  transfer_->AwaitHeaders();
   pending_.reset();
   return Complete(callback, OpenResult().value_or(PP_ERROR_FAILED));
 }
@@ -63,16 +64,11 @@ int32_t UrlLoader::Complete(PP_CompletionCallback callback, int32_t result) cons
 }
 
 std::optional<int32_t> UrlLoader::OpenResult() {
-  if (transfer_->headers_ready()) {
-    if (MayReach(transfer_->response().url)) {
-      state_ = State::kOpen;
-      return PP_OK;
-    }
-  } else if (!transfer_->finished()) {
-    return std::nullopt;
-  }
-  state_ = State::kClosed;
-  return transfer_->headers_ready() ? PP_ERROR_FAILED : transfer_->error();
+  std::optional<int32_t> result = transfer_->opened();
+  if (!result) return std::nullopt;
+  if (*result == PP_OK && !MayReach(transfer_->response().url)) result = PP_ERROR_FAILED;
+  state_ = *result == PP_OK ? State::kOpen : State::kClosed;
+  return result;
 }
 
 int32_t UrlLoader::Read(char* buffer, int32_t size, PP_CompletionCallback callback) {
@@ -81,29 +77,21 @@ int32_t UrlLoader::Read(char* buffer, int32_t size, PP_CompletionCallback callba
   if (callback.func == nullptr || buffer == nullptr || size <= 0) return PP_ERROR_BADARGUMENT;
   if (AtOnce(callback)) {
     if (core_.options.complete_reads_at_once || core_.options.complete_inside) {
-      core_.http.BlockUntil([this] { return transfer_->buffered() > 0 || transfer_->finished(); });
+      transfer_->AwaitBody();
     }
-    if (const auto result = ReadResult(buffer, size)) return Complete(callback, *result);
+    if (const auto result = transfer_->Read(buffer, size)) return Complete(callback, *result);
   }
   pending_ = Pending{callback, buffer, size};
-  PostProgress();
+  ProgressPoster()();
   return PP_OK_COMPLETIONPENDING;
-}
-
-std::optional<int32_t> UrlLoader::ReadResult(char* buffer, int32_t size) {
-  if (transfer_->buffered() > 0) {
-    return static_cast<int32_t>(transfer_->Read(buffer, static_cast<size_t>(size)));
-  }
-  return transfer_->finished() ? std::optional(transfer_->error()) : std::nullopt;
 }
 
 std::optional<int32_t> UrlLoader::PendingResult() {
   if (state_ == State::kOpening) return OpenResult();
-  return ReadResult(pending_->buffer, pending_->size);
+  return transfer_->Read(pending_->buffer, pending_->size);
 }
 
 void UrlLoader::OnProgress() {
-  progress_posted_ = false;
   if (!pending_) return;
   const auto result = PendingResult();
   if (!result) return;

@@ -1,8 +1,9 @@
-// The resources behind the URL loader tables. Main thread only.
+// The resource behind the URL loader table. Main thread only.
 #ifndef MPBP_HOST_URL_LOADER_H_
 #define MPBP_HOST_URL_LOADER_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,27 +11,13 @@
 #include <vector>
 
 #include "abi/browser_abi.h"
-#include "host/http_client.h"
-#include "host/resource_table.h"
+#include "host/http_transfer.h"
+#include "host/resource.h"
+#include "host/url_request_info.h"
 
 namespace mpbp::host {
 
 struct Core;
-
-class UrlRequestInfo final : public Resource {
- public:
-  const char* kind() const override { return "URL request"; }
-
-  HttpRequest request;
-};
-
-class UrlResponseInfo final : public Resource {
- public:
-  explicit UrlResponseInfo(HttpResponse r) : response(std::move(r)) {}
-  const char* kind() const override { return "URL response"; }
-
-  const HttpResponse response;
-};
 
 // Takes the text that a module sets as the headers property apart into its lines.
 std::vector<std::string> SplitHeaderLines(const std::string& text);
@@ -66,10 +53,10 @@ class UrlLoader final : public Resource, public std::enable_shared_from_this<Url
   void OnProgress();
   // Nothing when the network has not answered yet.
   std::optional<int32_t> OpenResult();
-  std::optional<int32_t> ReadResult(char* buffer, int32_t size);
   std::optional<int32_t> PendingResult();
   bool AtOnce(PP_CompletionCallback callback) const;
-  void PostProgress();
+  // Has OnProgress called from the main loop while this lives. What it returns is for any thread.
+  std::function<void()> ProgressPoster();
   // Hands out a result that is there at once.
   int32_t Complete(PP_CompletionCallback callback, int32_t result) const;
 
@@ -78,7 +65,6 @@ class UrlLoader final : public Resource, public std::enable_shared_from_this<Url
   const std::string page_origin_;
   bool universal_access_ = false;
   State state_ = State::kNew;
-  bool progress_posted_ = false;
   std::optional<Pending> pending_;
   std::unique_ptr<HttpTransfer> transfer_;
 };

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "abi/browser_abi.h"
-#include "host/misuse.h"
-#include "host/script.h"
+#include "host/misuse_log.h"
+#include "host/script_object.h"
 
 namespace mpbp::host {
 
@@ -64,20 +64,6 @@ class VarTable {
   std::map<const ScriptObject*, int64_t> objects_;
   // No handle fits 32 bits, so that a module which cuts one off is found out.
   int64_t next_id_ = 0x1'0000'0011;
-};
-
-// A var made for the length of one call into the module.
-class ScopedVar {
- public:
-  ScopedVar(VarTable& vars, const Value& value) : vars_(vars), var_(vars.FromValue(value)) {}
-  ~ScopedVar() { vars_.Release(var_); }
-  ScopedVar(const ScopedVar&) = delete;
-  ScopedVar& operator=(const ScopedVar&) = delete;
-  PP_Var get() const { return var_; }
-
- private:
-  VarTable& vars_;
-  const PP_Var var_;
 };
 
 PP_Var UndefinedVar();

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <string>
 
+#include "base/directoryiterator.h"
 #include "base/filestream.h"
-#include "base/filesystem.h"
 #include "base/logging.h"
 
 namespace mpbp {
@@ -21,8 +21,8 @@ constexpr int kHighestSystemPid = 999;
 constexpr size_t kCommandNameLength = 15;  // TASK_COMM_LEN of Linux less its NUL
 constexpr size_t kStatLength = 50;         // enough for the id and the command name
 
-// The id that the entry name spells, 0 when it is no process. The whole name counts: an id has up
-// to seven digits, and six of them would be another process's.
+// The id that the entry name spells, 0 when the entry is not a process. The whole name counts: an
+// id has up to seven digits, and six of them would be another process's.
 int ParsePid(const std::string& name) {
   int pid = 0;
   const char* end = name.data() + name.size();

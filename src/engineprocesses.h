@@ -15,7 +15,7 @@ inline constexpr char kEngineName[] = "MurmelParlPlugin";
 
 // Whether the process that a /proc/PID/stat text, or its beginning, is about is an engine. Nothing
 // when the text does not begin with an id and a name. Ends at a NUL.
-std::optional<bool> IsEngineStat(const char* stat);
+[[nodiscard]] std::optional<bool> IsEngineStat(const char* stat);
 
 // Appends the ids of the running engine processes, in the order of the directory. Without
 // `skip_self` this process may be among them.
@@ -26,7 +26,7 @@ void LogEngineProcesses();
 
 // Sends SIGKILL when `immediate` is set, else SIGTERM. False when it could not be sent, and for an
 // id that is not positive: those name groups of processes.
-bool SignalProcess(int pid, bool immediate);
+[[nodiscard]] bool SignalProcess(int pid, bool immediate);
 
 // Signals every engine process and returns how many were signalled. `skip_self` is logged only:
 // this process is never signalled. Does not wait for the processes to end.

@@ -58,7 +58,7 @@ bool ScanAsctime(const char* text, DateFields& f) {
 bool IsLetter(char c) { return isalpha(static_cast<unsigned char>(c)) != 0; }
 bool IsDigit(char c) { return isdigit(static_cast<unsigned char>(c)) != 0; }
 
-// No number of a date has a sign, which scanning would let pass. A "-" between a number and a word
+// No number in a date has a sign, but scanning would accept one. A "-" between a number and a word
 // is a separator.
 bool HasSign(std::string_view text) {
   for (size_t i = text.find_first_of("+-"); i < text.size(); i = text.find_first_of("+-", i + 1)) {

@@ -32,7 +32,7 @@ enum HttpError : int32_t {
 struct HttpResponse {
   int32_t error = HTTP_OK;
   uint32_t lastmodified = 0;           // seconds since 1970, 0 when not known
-  std::optional<std::string> url;      // where the response came from in the end
+  std::optional<std::string> url;      // where the response finally came from
   std::optional<std::string> headers;  // status line, "\n", header lines
   ByteBuffer body;
   uint32_t request_id = 0;
@@ -54,8 +54,8 @@ void DescribeResponse(const std::string& header_lines, std::optional<std::string
                       int32_t status_code, HttpResponse* response);
 
 // Reads ["httprequest", id, {verb, proto, host, port, path}, headers, body]. True when everything
-// is there and of its type. *request_id is set whenever it can be read, else to 0. Headers and body
-// may be missing; both are bytes as the text holds them.
+// is there and of the right type. *request_id is set whenever it can be read, else to 0. Headers
+// and body may be missing; both are bytes as the text holds them.
 [[nodiscard]] bool ReadHttpRequest(const Json::Value& message, HttpRequest* request,
                                    uint32_t* request_id);
 

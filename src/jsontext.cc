@@ -20,7 +20,7 @@ Json::StreamWriterBuilder CompactWriter() {
   return builder;
 }
 
-// Whether the process's C++ locale, by which the library reads numbers that are no integers, has
+// Whether the process's C++ locale, by which the library reads numbers other than integers, has
 // the decimal point of JSON. The host may have set any.
 bool ReadsDecimalPoints() {
   const std::locale locale;

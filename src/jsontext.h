@@ -9,7 +9,7 @@
 
 namespace mpbp {
 
-// Nothing when the text is no JSON, or is nested deeper than the library takes; *errors (may be
+// Nothing when the text is not JSON, or is nested deeper than the library takes; *errors (may be
 // null) then says why. Comments are skipped.
 [[nodiscard]] std::optional<Json::Value> ParseJson(const std::string& text,
                                                    std::string* errors = nullptr);
@@ -19,13 +19,13 @@ namespace mpbp {
 // memory ran out.
 [[nodiscard]] std::string WriteJson(const Json::Value& value);
 
-// Element `index` of an array; a null value when there is none, or no array.
+// Element `index` of an array; a null value when there is none, or when it is not an array.
 const Json::Value& ElementAt(const Json::Value& array, unsigned index);
-// Member `name` of an object; a null value when there is none, or no object.
+// Member `name` of an object; a null value when there is none, or when it is not an object.
 const Json::Value& MemberOf(const Json::Value& object, const char* name);
 
 // Nothing when the value has another type.
-std::optional<std::string> AsString(const Json::Value& value);
+[[nodiscard]] std::optional<std::string> AsString(const Json::Value& value);
 
 }  // namespace mpbp
 

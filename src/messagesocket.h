@@ -20,11 +20,11 @@
 #include <utility>
 #include <vector>
 
+#include "base/asyncsocket.h"
 #include "base/bytebuffer.h"
 #include "base/filestream.h"
 #include "base/lifetoken.h"
 #include "base/signal.h"
-#include "base/socket.h"
 
 namespace mpbp {
 

@@ -34,12 +34,12 @@ class OptionsPersistence : public OptionsPersistenceInterface {
 
  private:
   // True once the file's path is known, whether or not the file could be read.
-  bool EnsureLoaded();
+  [[nodiscard]] bool EnsureLoaded();
 
   std::unique_ptr<OptionsFile> file_;
 };
 
-std::unique_ptr<OptionsPersistenceInterface> CreateOptionsPersistence();
+[[nodiscard]] std::unique_ptr<OptionsPersistenceInterface> CreateOptionsPersistence();
 
 }  // namespace mpbp
 

@@ -23,7 +23,7 @@ class PluginMessageSocket : public MessageSocket {
   PluginMessageSocket(std::unique_ptr<AsyncSocket> socket, std::string cookie);
 
   // Refuses MSG_BINARY.
-  bool Frame(uint16_t type, const std::string& data, ByteBuffer& buffer) override;
+  [[nodiscard]] bool Frame(uint16_t type, const std::string& data, ByteBuffer& buffer) override;
   void Unframe(ByteBuffer& buffer, FrameList& frames) override;
   std::unique_ptr<MessageSocket> CreateAcceptedSocket(std::unique_ptr<AsyncSocket> socket,
                                                       const std::string& cookie) override;

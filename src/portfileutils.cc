@@ -70,8 +70,9 @@ std::unique_ptr<FileStream> WritePortFile(const std::string& path, int port,
 }
 
 bool DeletePortFile(const std::string& path) {
-  if (Filesystem::IsFile(path) && !Filesystem::DeleteFile(path)) {
-    LOG_ERR(LS_ERROR) << "Failed to delete port file";
+  int error = 0;
+  if (Filesystem::IsFile(path) && !Filesystem::DeleteFile(path, &error)) {
+    LOG_ERR_EX(LS_ERROR, error) << "Failed to delete port file";
     return false;
   }
   return true;

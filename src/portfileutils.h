@@ -30,7 +30,7 @@ inline constexpr size_t kPortFileCookieSize = 16;
 
 // The path in the per-user application data folder, which is created if missing. Empty when there
 // is no such folder.
-Pathname GetPortFilePath(int kind);
+[[nodiscard]] Pathname GetPortFilePath(int kind);
 
 // Gives the file's port, whatever number it is, and its 16 cookie bytes. False when the file cannot
 // be opened (without a log line) or is too short (with one); then neither value may be relied on.

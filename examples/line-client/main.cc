@@ -10,7 +10,7 @@
 #include "base/filesystem.h"
 #include "base/logging.h"
 #include "base/physicalsocketserver.h"
-#include "base/thread.h"
+#include "base/threadmanager.h"
 #include "plugin/allowlist.h"
 #include "plugin/mpbp/common/clientchannel.h"
 #include "plugin/mpbp/common/proxylookup.h"

@@ -1,7 +1,6 @@
 #include "base/asyncsocketdispatcher.h"
 
-#include <fcntl.h>
-
+#include "base/descriptors.h"
 #include "base/logging.h"
 #include "base/physicalsocketserver.h"
 
@@ -10,20 +9,20 @@ namespace mpbp {
 AsyncSocketDispatcher::AsyncSocketDispatcher(PhysicalSocketServer* server)
     : PhysicalSocket(server) {}
 
-AsyncSocketDispatcher::AsyncSocketDispatcher(PhysicalSocketServer* server, int fd)
-    : PhysicalSocket(server, fd) {
-  state_ = fd >= 0 ? SOCKET_CONNECTED : SOCKET_CLOSED;
+AsyncSocketDispatcher::AsyncSocketDispatcher(PhysicalSocketServer* server, UniqueFd fd)
+    : PhysicalSocket(server, std::move(fd)) {
+  state_ = fd_ ? SOCKET_CONNECTED : SOCKET_CLOSED;
 }
 
 AsyncSocketDispatcher::~AsyncSocketDispatcher() { AsyncSocketDispatcher::Close(); }
 
 bool AsyncSocketDispatcher::Initialize() {
-  const int flags = fd_ >= 0 ? fcntl(fd_, F_GETFL) : -1;
-  watched_ = flags >= 0 && fcntl(fd_, F_SETFL, flags | O_NONBLOCK) == 0 && server_->Add(this);
+  int error = EMFILE;  // select cannot watch it
+  watched_ = SetNonBlocking(fd_.get(), &error) && server_->Add(this);
   if (watched_) return true;
-  const int error = errno;
   Close();
   SetError(error);
+  errno = error;
   return false;
 }
 
@@ -42,7 +41,7 @@ int AsyncSocketDispatcher::Close() {
 
 bool AsyncSocketDispatcher::IsDescriptorClosed() const {
   char byte = 0;
-  const ssize_t result = recv(fd_, &byte, 1, MSG_PEEK);
+  const ssize_t result = recv(fd_.get(), &byte, 1, MSG_PEEK);
   if (result >= 0) return result == 0;
   if (errno == EBADF || errno == ECONNRESET) return true;
   LOG_ERR(LS_WARNING) << "Assuming benign blocking error";

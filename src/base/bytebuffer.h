@@ -52,7 +52,7 @@ class ByteBuffer {
 
   void Clear();
   // Gives the memory of a large buffer back when nothing unread is left; a burst would otherwise
-  // keep it for ever. Positions taken before are void then.
+  // keep it forever. Positions taken before are void then.
   void ReleaseIfEmpty();
 
  private:

@@ -2,11 +2,12 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <string_view>
+
+#include "base/uniquefd.h"
 
 namespace mpbp {
 namespace {
@@ -25,23 +26,18 @@ bool IsSafeToUse(const struct stat& status, int flags) {
   return (flags & O_ACCMODE) == O_RDONLY ? S_ISDIR(status.st_mode) : S_ISCHR(status.st_mode);
 }
 
-// The descriptor, or -1 with errno set. Non-blocking: a FIFO would otherwise keep the open waiting
-// for its other end, and a device its writers.
-int OpenDescriptor(const std::string& path, int flags) {
-  const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
-  if (fd < 0) return -1;
+// None, with an errno value in *error, when it cannot be opened. Non-blocking: a FIFO would
+// otherwise keep the open waiting for its other end, and a device its writers.
+UniqueFd OpenDescriptor(const std::string& path, int flags, int* error) {
+  UniqueFd fd(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600));
   struct stat status = {};
-  int error = 0;
-  if (fstat(fd, &status) != 0) {
-    error = errno;
-  } else if (!IsSafeToUse(status, flags)) {
-    error = ENXIO;
-  } else {
-    return fd;
+  if (!fd || fstat(fd.get(), &status) != 0) {
+    *error = errno;
+    return {};
   }
-  close(fd);  // nothing was written
-  errno = error;
-  return -1;
+  if (IsSafeToUse(status, flags)) return fd;
+  *error = ENXIO;
+  return {};
 }
 
 StreamResult Fail(int code, int* error) {
@@ -53,16 +49,20 @@ StreamResult Fail(int code, int* error) {
 
 bool FileStream::Open(const std::string& path, const char* mode, int* error) {
   Close();
+  int failure = EINVAL;
   const int flags = OpenFlags(mode);
-  if (flags < 0) {
-    if (error) *error = EINVAL;
-    return false;
+  if (flags >= 0) {
+    UniqueFd fd = OpenDescriptor(path, flags, &failure);
+    if (fd) {
+      file_.reset(fdopen(fd.get(), mode));
+      failure = errno;
+    }
+    if (file_) {
+      static_cast<void>(fd.Release());  // the file's own now
+      return true;
+    }
   }
-  const int fd = OpenDescriptor(path, flags);
-  if (fd >= 0) file_.reset(fdopen(fd, mode));
-  if (file_) return true;
-  if (error) *error = errno;
-  if (fd >= 0) close(fd);  // nothing was written
+  if (error) *error = failure;
   return false;
 }
 
@@ -110,9 +110,10 @@ StreamResult FileStream::ReadLine(std::string* line, int* error) {
   return StreamResult::SR_SUCCESS;
 }
 
-bool FileStream::Flush() {
-  if (!file_) errno = EBADF;
-  return file_ && fflush(file_.get()) == 0;
+bool FileStream::Flush(int* error) {
+  if (file_ && fflush(file_.get()) == 0) return true;
+  if (error) *error = file_ ? errno : EBADF;
+  return false;
 }
 
 bool FileStream::GetSize(size_t* size) {

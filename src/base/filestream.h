@@ -23,7 +23,7 @@ class FileStream : public StreamInterface {
   // `mode` is "r", "w" or "a" in fopen's sense, with an optional "b". Every write goes to the end
   // of the file, so that processes that share a log do not write over each other's lines. A file
   // that was open is closed first. On failure *error, which may be null, is an errno value: EINVAL
-  // for another mode, ENXIO for a kind of file that is refused.
+  // for any other mode, ENXIO for a kind of file that is refused.
   [[nodiscard]] bool Open(const std::string& path, const char* mode, int* error);
   // Open with sharing flags. No file is locked against other openers here, whatever they say.
   [[nodiscard]] bool OpenShare(const std::string& path, const char* mode, int share_flags,
@@ -33,14 +33,15 @@ class FileStream : public StreamInterface {
 
   // On a closed stream these fail with EBADF.
   [[nodiscard]] StreamResult Read(void* buffer, size_t length, size_t* read, int* error) override;
-  // A success may be a promise only: Flush says whether the bytes were taken.
+  // Success may only mean that the bytes are buffered: Flush says whether the system took them.
   [[nodiscard]] StreamResult Write(const void* data, size_t length, size_t* written,
                                    int* error) override;
   // Reads a line; its line feed is taken off. A last line without one counts, SR_EOS comes after
   // it. SR_ERROR when the read fails, and with EFBIG when the line is longer than kMaxLineLength.
   [[nodiscard]] StreamResult ReadLine(std::string* line, int* error = nullptr);
-  // Hands the buffered bytes to the system; false, with errno set, when it does not take them.
-  [[nodiscard]] bool Flush();
+  // Hands the buffered bytes to the system; false, with an errno value in *error (which may be
+  // null), when it does not take them.
+  [[nodiscard]] bool Flush(int* error = nullptr);
   // Size in bytes, buffered ones included.
   [[nodiscard]] bool GetSize(size_t* size);
   void Close() override;
@@ -55,7 +56,7 @@ class FileStream : public StreamInterface {
 };
 
 // The first `max_bytes` of a file, or what it has of them; empty when it cannot be read.
-std::string ReadFileText(const std::string& path, size_t max_bytes);
+[[nodiscard]] std::string ReadFileText(const std::string& path, size_t max_bytes);
 
 }  // namespace mpbp
 

@@ -13,6 +13,7 @@
 #include "base/logging.h"
 #include "base/staticobject.h"
 #include "base/stringutils.h"
+#include "base/uniquefd.h"
 
 namespace mpbp {
 namespace {
@@ -78,22 +79,6 @@ bool GetUserBaseFolder(Pathname* path) {
 
 }  // namespace
 
-bool DirectoryIterator::Iterate(const std::string& folder) {
-  dir_.reset(opendir(folder.c_str()));
-  return dir_ && Next();
-}
-
-bool DirectoryIterator::Next() {
-  entry_ = readdir(dir_.get());
-  return entry_ != nullptr;
-}
-
-bool DirectoryIterator::IsDirectory() const {
-  if (entry_->d_type != DT_UNKNOWN && entry_->d_type != DT_LNK) return entry_->d_type == DT_DIR;
-  struct stat status = {};
-  return fstatat(dirfd(dir_.get()), entry_->d_name, &status, 0) == 0 && S_ISDIR(status.st_mode);
-}
-
 void Filesystem::SetOrganizationName(std::string_view name) {
   CritScope scope(TheNames().lock);
   TheNames().organization = name;
@@ -135,10 +120,8 @@ std::string Filesystem::TempFilename(const Pathname& folder, std::string_view pr
   std::string name = folder.folder();
   if (!name.empty()) name.pop_back();
   name.append("/").append(prefix).append("XXXXXX");
-  const int fd = mkostemp(name.data(), O_CLOEXEC);
-  if (fd < 0) return {};
-  close(fd);  // nothing was written
-  return name;
+  const UniqueFd fd(mkostemp(name.data(), O_CLOEXEC));
+  return fd ? name : std::string();
 }
 
 bool Filesystem::IsTemporaryPath(std::string_view path) {
@@ -163,18 +146,16 @@ bool Filesystem::CreateFolder(const std::string& folder, mode_t mode) {
 }
 
 bool Filesystem::CreatePrivateFile(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (fd < 0) {
-    LOG_ERR(LS_ERROR) << "open() failed.";
-    return false;
-  }
-  close(fd);  // nothing was written
-  return true;
+  const UniqueFd fd(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (!fd) LOG_ERR(LS_ERROR) << "open() failed.";
+  return static_cast<bool>(fd);
 }
 
-bool Filesystem::DeleteFile(const std::string& path) {
+bool Filesystem::DeleteFile(const std::string& path, int* error) {
   LOG(LS_INFO) << "Deleting file:" << path;
-  return unlink(path.c_str()) == 0;
+  if (unlink(path.c_str()) == 0) return true;
+  if (error) *error = errno;
+  return false;
 }
 
 bool Filesystem::IsFile(const std::string& path) {

@@ -4,37 +4,14 @@
 #ifndef MPBP_BASE_FILESYSTEM_H_
 #define MPBP_BASE_FILESYSTEM_H_
 
-#include <dirent.h>
 #include <sys/types.h>
 
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "base/pathname.h"
 
 namespace mpbp {
-
-// Walks the entries of one folder, "." and ".." included, in the system's order.
-class DirectoryIterator {
- public:
-  // Begins at the first entry. False when the folder cannot be opened or has no entry.
-  [[nodiscard]] bool Iterate(const std::string& folder);
-  // Goes to the next entry; false when there is none.
-  [[nodiscard]] bool Next();
-  // Of the entry it stands at, after Iterate or Next returned true.
-  std::string Name() const { return entry_->d_name; }
-  bool IsDirectory() const;
-
- private:
-  struct Closer {
-    // The folder was only read.
-    void operator()(DIR* dir) const { static_cast<void>(closedir(dir)); }
-  };
-
-  std::unique_ptr<DIR, Closer> dir_;
-  dirent* entry_ = nullptr;  // in dir_'s buffer, until the next call
-};
 
 class Filesystem {
  public:
@@ -63,8 +40,8 @@ class Filesystem {
   [[nodiscard]] static bool CreateFolder(const std::string& folder, mode_t mode);
   // Creates an empty file with mode 0600; an existing one, or a link in its place, is a failure.
   [[nodiscard]] static bool CreatePrivateFile(const std::string& path);
-  // False with errno set on failure.
-  [[nodiscard]] static bool DeleteFile(const std::string& path);
+  // False with an errno value in *error, which may be null, on failure.
+  [[nodiscard]] static bool DeleteFile(const std::string& path, int* error = nullptr);
 
   // Both follow links. IsFile means a regular file.
   static bool IsFile(const std::string& path);

@@ -63,7 +63,7 @@ class LogMessage {
   // Drops every registered stream, then adds this one unless it is null.
   static void LogToStream(std::shared_ptr<StreamInterface> stream, int severity);
   static void LogTimestamps(bool on);
-  static void LogThreads(bool on);  // kept; no output shows it
+  static void LogThreads(bool on);  // stored; no output uses it
 
   // "LS_SENSITIVE" to "LS_ERROR" give 0 to 4, a text that begins with a digit its decimal value,
   // anything else 5 (nothing is logged).

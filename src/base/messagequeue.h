@@ -45,14 +45,14 @@ class MessageQueue {
 
   // Takes the next message. Waits up to wait_ms for one (kForever: without limit; 0: one poll of
   // the sockets). False when none came, when waiting failed, or when quitting.
-  virtual bool Get(Message* message, int wait_ms = kForever, bool process_io = true);
+  [[nodiscard]] virtual bool Get(Message* message, int wait_ms = kForever, bool process_io = true);
   // Like Get, but the message stays with the queue for the next Get: *message borrows its data, for
   // reading only and until that Get.
-  virtual bool Peek(const Message** message, int wait_ms = 0);
+  [[nodiscard]] virtual bool Peek(const Message** message, int wait_ms = 0);
 
   // A time-sensitive message that is delivered more than 150 ms after its post logs a warning.
   // On a quitting queue the message and its data are dropped; only MQID_DISPOSE is still kept, and
-  // is deleted with the queue at the latest: what is disposed of is in use on the stack.
+  // is deleted with the queue at the latest: what is disposed of may be in use on the stack.
   virtual void Post(MessageHandler* handler, uint32_t id = 0,
                     std::unique_ptr<MessageData> data = nullptr, bool time_sensitive = false);
   virtual void PostDelayed(int32_t delay_ms, MessageHandler* handler, uint32_t id = 0,
@@ -87,9 +87,9 @@ class MessageQueue {
   void DoDelayPost(int32_t delay_ms, uint32_t trigger_ms, MessageHandler* handler, uint32_t id,
                    std::unique_ptr<MessageData> data);
   // Moves what is due to the immediate queue; the wait until the next one, or kForever.
-  int MoveDueMessages(uint32_t now);
+  [[nodiscard]] int MoveDueMessages(uint32_t now);
   // Takes the head of the immediate queue, deleting what is to be disposed of on the way.
-  bool TakeImmediate(Message* message, uint32_t now);
+  [[nodiscard]] bool TakeImmediate(Message* message, uint32_t now);
 
   std::unique_ptr<SocketServer> owned_server_;
   SocketServer* socket_server_;

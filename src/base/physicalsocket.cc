@@ -1,10 +1,14 @@
+#include "base/physicalsocket.h"
+
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/select.h>
-#include <unistd.h>
+
+#include <optional>
+#include <utility>
 
 #include "base/asyncresolver.h"
 #include "base/asyncsocketdispatcher.h"
+#include "base/descriptors.h"
 #include "base/logging.h"
 #include "base/physicalsocketserver.h"
 
@@ -41,6 +45,14 @@ bool TranslateOption(SocketOption option, int* level, int* name) {
   return false;
 }
 
+// What getsockname or getpeername says; nothing when it fails.
+std::optional<SocketAddress> AddressFrom(decltype(&getsockname) ask, int fd) {
+  sockaddr_storage storage{};
+  socklen_t length = sizeof(storage);
+  if (ask(fd, AsSockAddr(storage), &length) != 0) return std::nullopt;
+  return SocketAddress::FromSockAddr(storage);
+}
+
 // The system has no room for another descriptor; the connection waits.
 bool IsShortage(int error) {
   return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
@@ -50,63 +62,50 @@ bool IsShortage(int error) {
 
 bool IsBlockingError(int error) { return error == EWOULDBLOCK || error == EINPROGRESS; }
 
-bool IsWatchableDescriptor(int fd) {
-  if (fd >= 0 && fd < FD_SETSIZE) return true;
-  LOG(LS_ERROR) << "Descriptor " << fd << " cannot be watched: select takes those below "
-                << FD_SETSIZE << ".";
-  errno = EMFILE;
-  return false;
-}
-
-PhysicalSocket::PhysicalSocket(PhysicalSocketServer* server, int fd) : server_(server), fd_(fd) {
-  if (fd_ < 0) return;
+PhysicalSocket::PhysicalSocket(PhysicalSocketServer* server, UniqueFd fd)
+    : server_(server), fd_(std::move(fd)) {
+  if (!fd_) return;
   enabled_events_ = EVENT_READ | EVENT_WRITE;
   int type = SOCK_STREAM;
   socklen_t length = sizeof(type);
-  if (getsockopt(fd_, SOL_SOCKET, SO_TYPE, &type, &length) == 0) udp_ = type == SOCK_DGRAM;
+  if (getsockopt(fd_.get(), SOL_SOCKET, SO_TYPE, &type, &length) == 0) udp_ = type == SOCK_DGRAM;
 }
 
 PhysicalSocket::~PhysicalSocket() { PhysicalSocket::Close(); }
 
 bool PhysicalSocket::Create(int family, int type) {
   Close();
-  int fd = socket(family, type | SOCK_CLOEXEC, 0);
-  if (fd >= 0 && !IsWatchableDescriptor(fd)) {
-    close(fd);
+  fd_ = UniqueFd(socket(family, type | SOCK_CLOEXEC, 0));
+  if (fd_ && !IsWatchableDescriptor(fd_.get())) {
+    fd_.Reset();
     errno = EMFILE;
-    fd = -1;
   }
-  fd_ = fd;
-  udp_ = type == SOCK_DGRAM;
   UpdateLastError();
-  if (fd_ >= 0 && udp_) enabled_events_ = EVENT_READ | EVENT_WRITE;
-  return fd_ >= 0;
+  udp_ = type == SOCK_DGRAM;
+  if (fd_ && udp_) enabled_events_ = EVENT_READ | EVENT_WRITE;
+  return static_cast<bool>(fd_);
 }
 
 SocketAddress PhysicalSocket::GetLocalAddress() const {
-  sockaddr_storage storage{};
-  socklen_t length = sizeof(storage);
-  if (getsockname(fd_, AsSockAddr(storage), &length) == 0) {
-    return SocketAddress::FromSockAddr(storage);
+  const std::optional<SocketAddress> address = AddressFrom(&getsockname, fd_.get());
+  if (!address) {
+    LOG(LS_WARNING) << "GetLocalAddress: unable to get local addr, socket=" << fd_.get();
   }
-  LOG(LS_WARNING) << "GetLocalAddress: unable to get local addr, socket=" << fd_;
-  return {};
+  return address.value_or(SocketAddress());
 }
 
 SocketAddress PhysicalSocket::GetRemoteAddress() const {
-  sockaddr_storage storage{};
-  socklen_t length = sizeof(storage);
-  if (getpeername(fd_, AsSockAddr(storage), &length) == 0) {
-    return SocketAddress::FromSockAddr(storage);
+  const std::optional<SocketAddress> address = AddressFrom(&getpeername, fd_.get());
+  if (!address) {
+    LOG(LS_WARNING) << "GetRemoteAddress: unable to get remote addr, socket=" << fd_.get();
   }
-  LOG(LS_WARNING) << "GetRemoteAddress: unable to get remote addr, socket=" << fd_;
-  return {};
+  return address.value_or(SocketAddress());
 }
 
 int PhysicalSocket::Bind(const SocketAddress& address) {
   sockaddr_storage storage;
   const socklen_t length = address.ToSockAddr(&storage);
-  const int result = bind(fd_, AsSockAddr(storage), length);
+  const int result = bind(fd_.get(), AsSockAddr(storage), length);
   UpdateLastError();
   return result;
 }
@@ -121,7 +120,8 @@ int PhysicalSocket::Connect(const SocketAddress& address) {
   // A descriptor that is there already connects to addresses of its own family only.
   int family = AF_UNSPEC;
   socklen_t length = sizeof(family);
-  if (fd_ >= 0 && getsockopt(fd_, SOL_SOCKET, SO_DOMAIN, &family, &length) != 0) family = AF_UNSPEC;
+  if (fd_ && getsockopt(fd_.get(), SOL_SOCKET, SO_DOMAIN, &family, &length) != 0)
+    family = AF_UNSPEC;
   resolver_ = std::make_unique<AsyncResolver>(address, family);
   resolver_->SignalWorkDone.Connect(this, &PhysicalSocket::OnResolved);
   if (!resolver_->Start()) {
@@ -145,10 +145,10 @@ void PhysicalSocket::OnResolved(SignalThread*) {
 }
 
 int PhysicalSocket::DoConnect(const SocketAddress& address) {
-  if (fd_ < 0 && !Create(address.family(), SOCK_STREAM)) return -1;
+  if (!fd_ && !Create(address.family(), SOCK_STREAM)) return -1;
   sockaddr_storage storage;
   const socklen_t length = address.ToSockAddr(&storage);
-  const int result = connect(fd_, AsSockAddr(storage), length);
+  const int result = connect(fd_.get(), AsSockAddr(storage), length);
   UpdateLastError();
   if (result == 0) {
     state_ = SOCKET_CONNECTED;
@@ -163,13 +163,14 @@ int PhysicalSocket::DoConnect(const SocketAddress& address) {
 }
 
 int PhysicalSocket::Send(const void* data, size_t length) {
-  return AfterSend(send(fd_, data, length, MSG_NOSIGNAL), length);
+  return AfterSend(send(fd_.get(), data, length, MSG_NOSIGNAL), length);
 }
 
 int PhysicalSocket::SendTo(const void* data, size_t length, const SocketAddress& address) {
   sockaddr_storage storage;
   const socklen_t size = address.ToSockAddr(&storage);
-  return AfterSend(sendto(fd_, data, length, MSG_NOSIGNAL, AsSockAddr(storage), size), length);
+  return AfterSend(sendto(fd_.get(), data, length, MSG_NOSIGNAL, AsSockAddr(storage), size),
+                   length);
 }
 
 int PhysicalSocket::AfterSend(ssize_t sent, size_t length) {
@@ -182,7 +183,7 @@ int PhysicalSocket::AfterSend(ssize_t sent, size_t length) {
 }
 
 int PhysicalSocket::Recv(void* buffer, size_t length) {
-  const ssize_t received = recv(fd_, buffer, length, 0);
+  const ssize_t received = recv(fd_.get(), buffer, length, 0);
   if (received == 0 && length != 0) {
     // The loop sees the end of the stream again and raises the close event for it.
     LOG(LS_WARNING) << "EOF from socket; deferring close event";
@@ -197,7 +198,7 @@ int PhysicalSocket::Recv(void* buffer, size_t length) {
 int PhysicalSocket::RecvFrom(void* buffer, size_t length, SocketAddress* address) {
   sockaddr_storage storage{};
   socklen_t size = sizeof(storage);
-  const ssize_t received = recvfrom(fd_, buffer, length, 0, AsSockAddr(storage), &size);
+  const ssize_t received = recvfrom(fd_.get(), buffer, length, 0, AsSockAddr(storage), &size);
   const int error = errno;
   if (received >= 0 && address) *address = SocketAddress::FromSockAddr(storage);
   errno = error;
@@ -213,7 +214,7 @@ void PhysicalSocket::AfterReceive(const char* operation, ssize_t received) {
 }
 
 int PhysicalSocket::Listen(int backlog) {
-  const int result = listen(fd_, backlog);
+  const int result = listen(fd_.get(), backlog);
   UpdateLastError();
   if (result == 0) {
     enabled_events_ |= EVENT_ACCEPT;
@@ -225,27 +226,26 @@ int PhysicalSocket::Listen(int backlog) {
 std::unique_ptr<AsyncSocket> PhysicalSocket::Accept(SocketAddress* address) {
   sockaddr_storage storage{};
   socklen_t length = sizeof(storage);
-  const int fd = accept4(fd_, AsSockAddr(storage), &length, SOCK_CLOEXEC);
+  UniqueFd fd(accept4(fd_.get(), AsSockAddr(storage), &length, SOCK_CLOEXEC));
   UpdateLastError();
   // Armed again in any case: a connection that could not be taken, or one that was withdrawn, must
   // not leave the listener deaf.
   enabled_events_ |= EVENT_ACCEPT;
-  if (fd < 0) {
+  if (!fd) {
     if (IsShortage(GetError())) server_->PauseAccepting(GetError());
     return nullptr;
   }
   if (address) *address = SocketAddress::FromSockAddr(storage);
-  return server_->WrapSocket(fd);
+  return server_->WrapSocket(fd.Release());
 }
 
 int PhysicalSocket::Close() {
   resolver_.reset();
   state_ = SOCKET_CLOSED;  // a look-up has no descriptor yet
   enabled_events_ = 0;
-  if (fd_ < 0) return 0;
-  const int result = close(fd_);
+  if (!fd_) return 0;
+  const int result = fd_.Close();
   UpdateLastError();
-  fd_ = -1;
   return result;
 }
 
@@ -268,7 +268,7 @@ int PhysicalSocket::EstimateMTU(uint16_t* mtu) {
   }
   int value = 0;
   socklen_t length = sizeof(value);
-  const int result = getsockopt(fd_, IPPROTO_IP, IP_MTU, &value, &length);
+  const int result = getsockopt(fd_.get(), IPPROTO_IP, IP_MTU, &value, &length);
   if (result != 0) {
     UpdateLastError();
     return result;
@@ -282,7 +282,7 @@ int PhysicalSocket::GetOption(SocketOption option, int* value) {
   int name = 0;
   if (!TranslateOption(option, &level, &name)) return -1;
   socklen_t length = sizeof(*value);
-  const int result = getsockopt(fd_, level, name, value, &length);
+  const int result = getsockopt(fd_.get(), level, name, value, &length);
   if (result != 0) {
     UpdateLastError();
   } else if (option == OPT_DONT_FRAGMENT) {
@@ -296,7 +296,7 @@ int PhysicalSocket::SetOption(SocketOption option, int value) {
   int name = 0;
   if (!TranslateOption(option, &level, &name)) return -1;
   if (option == OPT_DONT_FRAGMENT) value = value ? IP_PMTUDISC_DO : IP_PMTUDISC_DONT;
-  const int result = setsockopt(fd_, level, name, &value, sizeof(value));
+  const int result = setsockopt(fd_.get(), level, name, &value, sizeof(value));
   if (result != 0) UpdateLastError();
   return result;
 }

@@ -6,8 +6,9 @@
 #include <algorithm>
 
 #include "base/asyncsocketdispatcher.h"
+#include "base/descriptors.h"
 #include "base/logging.h"
-#include "base/signalpipe.h"
+#include "base/signalpipedispatcher.h"
 #include "base/timeutils.h"
 #include "base/wakeuppipe.h"
 
@@ -60,7 +61,7 @@ std::unique_ptr<AsyncSocket> PhysicalSocketServer::CreateAsyncSocket(int family,
 }
 
 std::unique_ptr<AsyncSocketDispatcher> PhysicalSocketServer::WrapSocket(int fd) {
-  auto socket = std::make_unique<AsyncSocketDispatcher>(this, fd);
+  auto socket = std::make_unique<AsyncSocketDispatcher>(this, UniqueFd(fd));
   if (!socket->Initialize()) return nullptr;
   return socket;
 }
@@ -205,7 +206,7 @@ uint32_t PhysicalSocketServer::TakeEvents(Round& round, const IoDispatcher& disp
   FD_CLR(fd, &round.write_set);
 
   socklen_t length = sizeof(*error);
-  // Fails for what is no socket, a pipe: there is no error to read then.
+  // Fails for anything but a socket, such as a pipe: there is no error to read then.
   if (getsockopt(fd, SOL_SOCKET, SO_ERROR, error, &length) != 0) *error = 0;
 
   const uint32_t wanted = dispatcher.GetRequestedEvents();

@@ -27,26 +27,26 @@ class PhysicalSocketServer : public SocketServer {
   PhysicalSocketServer();
   ~PhysicalSocketServer() override;
 
-  std::unique_ptr<Socket> CreateSocket(int type) override;
-  std::unique_ptr<Socket> CreateSocket(int family, int type) override;
-  std::unique_ptr<AsyncSocket> CreateAsyncSocket(int type) override;
-  std::unique_ptr<AsyncSocket> CreateAsyncSocket(int family, int type) override;
+  [[nodiscard]] std::unique_ptr<Socket> CreateSocket(int type) override;
+  [[nodiscard]] std::unique_ptr<Socket> CreateSocket(int family, int type) override;
+  [[nodiscard]] std::unique_ptr<AsyncSocket> CreateAsyncSocket(int type) override;
+  [[nodiscard]] std::unique_ptr<AsyncSocket> CreateAsyncSocket(int family, int type) override;
   void SetMessageQueue(MessageQueue*) override {}
 
   // One round: fill the descriptor sets, select, dispatch what is ready, see how much time is left,
   // go on or not. Once the time is up it goes on only while there is something ready, and for 30 ms
   // at most, so that a peer that never stops sending cannot hold the caller. False when select
   // failed.
-  bool Wait(int timeout_ms, bool process_io) override;
+  [[nodiscard]] bool Wait(int timeout_ms, bool process_io) override;
   void WakeUp() override;
 
   // Runs `handler` (signal number) on this loop whenever the process gets the signal; SIG_DFL and
   // SIG_IGN are installed as they are. False when the system refuses.
-  bool SetPosixSignalHandler(int signum, void (*handler)(int));
+  [[nodiscard]] bool SetPosixSignalHandler(int signum, void (*handler)(int));
 
   // Watches `dispatcher`, borrowed until Remove. Adding twice is harmless. False, with an error
   // line, for a descriptor that select cannot watch (at or above FD_SETSIZE).
-  bool Add(IoDispatcher* dispatcher);
+  [[nodiscard]] bool Add(IoDispatcher* dispatcher);
   void Remove(IoDispatcher* dispatcher);
 
   // No socket is asked to accept for the next 100 ms: the connection that `error` (an errno value)
@@ -55,7 +55,7 @@ class PhysicalSocketServer : public SocketServer {
   void PauseAccepting(int error);
 
   // Takes over a connected descriptor. Null, with the descriptor closed, when it cannot be watched.
-  std::unique_ptr<AsyncSocketDispatcher> WrapSocket(int fd);
+  [[nodiscard]] std::unique_ptr<AsyncSocketDispatcher> WrapSocket(int fd);
 
  private:
   // One dispatch round; handlers may wait again, so there may be several.
@@ -69,14 +69,14 @@ class PhysicalSocketServer : public SocketServer {
   class RoundInProgress;
 
   // The rounds of one Wait.
-  bool ServeUntil(int timeout_ms, bool process_io);
+  [[nodiscard]] bool ServeUntil(int timeout_ms, bool process_io);
   // The largest descriptor in the sets, -1 for none.
   int FillSets(Round& round, bool process_io, bool accepting);
   // Milliseconds until accepting goes on; kForever when nothing holds it up.
   int AcceptPauseLeft();
   void DispatchReady(Round& round);
   // The events of one dispatcher, taken out of the round's sets.
-  uint32_t TakeEvents(Round& round, const IoDispatcher& dispatcher, int* error);
+  [[nodiscard]] uint32_t TakeEvents(Round& round, const IoDispatcher& dispatcher, int* error);
 
   CriticalSection crit_;
   std::vector<IoDispatcher*> dispatchers_ MPBP_GUARDED_BY(crit_);  // in insertion order

@@ -13,14 +13,16 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/descriptors.h"
 #include "base/logging.h"
 
 // What runs in a child, from here to RunAsDaemon, allocates nothing and takes no lock: the host has
-// many threads, and whichever of them held a lock when the process forked holds it for ever in the
+// many threads, and whichever of them held a lock when the process forked holds it forever in the
 // child. It calls the kernel itself, not through the C library, whose functions a host may replace
 // for the whole process: one browser's close() ends the process for a descriptor that an object of
 // the browser owns, and the child closes them all.
@@ -162,40 +164,23 @@ class Program {
   Exit(status);
 }
 
-// A pipe on which the child's status comes even if the host reaps the child. Both ends are -1 when
-// it cannot be made; the start goes on without it.
-struct StatusPipe {
-  StatusPipe() {
-    if (pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) fds[0] = fds[1] = -1;
-  }
-  StatusPipe(const StatusPipe&) = delete;
-  StatusPipe& operator=(const StatusPipe&) = delete;
-  ~StatusPipe() {
-    // Nothing is lost with an end that does not close.
-    for (const int fd : fds) {
-      if (fd >= 0) close(fd);
-    }
-  }
-
-  int fds[2];
-};
-
-// The child's exit code, or -1 after a log line, with errno as RunAsDaemon gives it.
-int WaitForChild(pid_t child, int status_fd) {
+// The child's exit code; nothing after a log line, with *error as RunAsDaemon gives it.
+std::optional<int> WaitForChild(pid_t child, int status_fd, int* error) {
+  *error = 0;
   int status = 0;
   pid_t waited = 0;
   do {
     waited = waitpid(child, &status, 0);
   } while (waited < 0 && errno == EINTR);
-  const int error = errno;
   if (waited < 0) {
+    const int wait_error = errno;
     // ECHILD: the host ignores SIGCHLD or has reaped the child itself. It has ended then, so its
     // byte is there.
     unsigned char byte = 0;
-    if (error == ECHILD && read(status_fd, &byte, 1) == 1) return byte;
-    LOG_ERR_EX(LS_ERROR, error) << "Error in waitpid()";
-    errno = error;
-    return -1;
+    if (wait_error == ECHILD && read(status_fd, &byte, 1) == 1) return byte;
+    LOG_ERR_EX(LS_ERROR, wait_error) << "Error in waitpid()";
+    *error = wait_error;
+    return std::nullopt;
   }
   if (waited == child && (status & kSignalDeathMask) == 0) return WEXITSTATUS(status);
   if (waited != child) {
@@ -203,24 +188,24 @@ int WaitForChild(pid_t child, int status_fd) {
   } else {
     LOG(LS_ERROR) << "Intermediate child killed uncleanly";
   }
-  errno = 0;
-  return -1;
+  return std::nullopt;
 }
 
+// Whether the program was detached.
 bool ReportChildStatus(int status) {
   if (status & kChdirFailed) LOG(LS_WARNING) << "Child reported probles calling chdir()";
   if (status & kWalkFailed) LOG(LS_WARNING) << "Child reported problems calling fdwalk()";
   if (status & kCloseFailed) LOG(LS_WARNING) << "Child reported problems calling close()";
   if (status & kForkFailed) LOG(LS_ERROR) << "Failed to daemonize";
-  errno = 0;
   return (status & kForkFailed) == 0;
 }
 
 }  // namespace
 
-bool RunAsDaemon(const char* file, char* const argv[]) {
+bool RunAsDaemon(const char* file, char* const argv[], int* error) {
   Program program(file, argv);
-  StatusPipe pipe;
+  // On it the child's status comes even if the host reaps the child. The start goes on without it.
+  const Pipe pipe = MakePipe(O_NONBLOCK, nullptr);
   // No handler of the host may run in the children; the grandchild unblocks everything again.
   sigset_t all;
   sigset_t previous;
@@ -229,18 +214,20 @@ bool RunAsDaemon(const char* file, char* const argv[]) {
   const pid_t child = fork();
   if (child == 0) {
     // Frees a descriptor for the walk, should the host be at its limit.
-    if (pipe.fds[0] >= 0) syscall(SYS_close, pipe.fds[0]);
-    RunIntermediateChild(program, pipe.fds[1]);
+    if (pipe.read_end) syscall(SYS_close, pipe.read_end.get());
+    RunIntermediateChild(program, pipe.write_end.get());
   }
-  const int error = errno;
+  int failure = errno;
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  std::optional<int> status;
   if (child < 0) {
-    LOG_ERR_EX(LS_ERROR, error) << "fork()";
-    errno = error;
-    return false;
+    LOG_ERR_EX(LS_ERROR, failure) << "fork()";
+  } else {
+    status = WaitForChild(child, pipe.read_end.get(), &failure);
   }
-  const int status = WaitForChild(child, pipe.fds[0]);
-  return status >= 0 && ReportChildStatus(status);
+  if (status && ReportChildStatus(*status)) return true;
+  if (error) *error = failure;
+  return false;
 }
 
 int fdwalk(void (*callback)(void* context, int fd), void* context) {

@@ -1,22 +1,11 @@
 #include "base/signalpipe.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include "base/logging.h"
-#include "base/physicalsocketserver.h"
 
 namespace mpbp {
-namespace {
-
-bool SetNonBlocking(int fd) {
-  const int flags = fcntl(fd, F_GETFL);
-  return flags >= 0 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
-}
-
-}  // namespace
-
 bool InstallSignalDisposition(int signum, void (*handler)(int)) {
   struct sigaction action = {};
   action.sa_handler = handler;
@@ -40,15 +29,16 @@ SignalPipe& SignalPipe::Instance() {
 }
 
 SignalPipe::SignalPipe() {
-  int ends[2] = {-1, -1};
-  if (pipe2(ends, O_CLOEXEC) != 0) {
-    LOG_ERR(LS_ERROR) << "pipe failed";
+  int error = 0;
+  pipe_ = MakePipe(0, &error);
+  if (!pipe_.read_end) {
+    LOG_ERR_EX(LS_ERROR, error) << "pipe failed";
     return;
   }
-  read_end_ = ends[0];
-  write_end_ = ends[1];
-  if (!SetNonBlocking(read_end_)) LOG_ERR(LS_WARNING) << "fcntl #1 failed";
-  if (!SetNonBlocking(write_end_)) LOG_ERR(LS_WARNING) << "fcntl #2 failed";
+  if (!SetNonBlocking(descriptor(), &error)) LOG_ERR_EX(LS_WARNING, error) << "fcntl #1 failed";
+  if (!SetNonBlocking(pipe_.write_end.get(), &error)) {
+    LOG_ERR_EX(LS_WARNING, error) << "fcntl #2 failed";
+  }
 }
 
 void SignalPipe::Catch(int signum) {
@@ -58,45 +48,9 @@ void SignalPipe::Catch(int signum) {
     pipe.received_[signum] = true;
     const char byte = 0;
     // A full pipe wakes the loop as well; the flag is what counts.
-    static_cast<void>(!write(pipe.write_end_, &byte, 1));
+    static_cast<void>(!write(pipe.pipe_.write_end.get(), &byte, 1));
   }
   errno = saved_errno;
-}
-
-SignalPipeDispatcher::SignalPipeDispatcher(PhysicalSocketServer* server)
-    : server_(server), added_(server->Add(this)) {}
-
-SignalPipeDispatcher::~SignalPipeDispatcher() {
-  if (added_) server_->Remove(this);
-}
-
-bool SignalPipeDispatcher::ClearHandler(int signum) {
-  handlers_.erase(signum);
-  return handlers_.empty();
-}
-
-void SignalPipeDispatcher::OnPreEvent(uint32_t) {
-  char bytes[16];
-  const ssize_t count = read(GetDescriptor(), bytes, sizeof(bytes));
-  if (count < 0) {
-    LOG_ERR(LS_WARNING) << "Error in read()";
-  } else if (count == 0) {
-    LOG(LS_WARNING) << "Should have read at least one byte";
-  }
-}
-
-void SignalPipeDispatcher::OnEvent(uint32_t, int) {
-  for (int signum = 0; signum < kNumSignals; ++signum) {
-    if (!SignalPipe::Instance().TakeReceived(signum)) continue;
-    const auto found = handlers_.find(signum);
-    if (found == handlers_.end()) {
-      LOG(LS_INFO) << "Received signal with no handler: " << signum;
-      continue;
-    }
-    const LifeToken::Watch alive = life_.watch();
-    found->second(signum);
-    if (!alive) return;  // the handler took the last handler away
-  }
 }
 
 }  // namespace mpbp

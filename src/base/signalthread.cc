@@ -45,7 +45,7 @@ bool SignalThread::Start() {
   if (!current || job_) return false;
   auto job = std::make_shared<Job>(work_, current, this);
   auto worker = std::make_unique<Thread>();
-  worker->SetName("SignalThread", this);
+  static_cast<void>(worker->SetName("SignalThread", this));  // not started yet
   worker->set_delete_self_when_complete();
   job->KeepUntilRun(job);
   if (!worker->Start(job.get())) {

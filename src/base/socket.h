@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <memory>
 
-#include "base/signal.h"
 #include "base/socketaddress.h"
 
 namespace mpbp {
@@ -29,7 +28,7 @@ enum SocketOption : int32_t {
 };
 
 // Errors that say "later": EWOULDBLOCK and EINPROGRESS.
-bool IsBlockingError(int error);
+[[nodiscard]] bool IsBlockingError(int error);
 
 // On one thread, that of its socket server. What returns int gives 0, or a byte count, on success
 // and -1 on failure, with GetError saying why as an errno value.
@@ -41,36 +40,27 @@ class Socket {
 
   virtual SocketAddress GetLocalAddress() const = 0;   // empty on failure
   virtual SocketAddress GetRemoteAddress() const = 0;  // empty on failure
-  virtual int Bind(const SocketAddress& address) = 0;
+  [[nodiscard]] virtual int Bind(const SocketAddress& address) = 0;
   // A host name is resolved first, in the background; a failure then raises the close event.
-  virtual int Connect(const SocketAddress& address) = 0;
+  [[nodiscard]] virtual int Connect(const SocketAddress& address) = 0;
   virtual int Send(const void* data, size_t length) = 0;
   virtual int SendTo(const void* data, size_t length, const SocketAddress& address) = 0;
   // At the end of the stream: -1 with EWOULDBLOCK; the close event follows.
   virtual int Recv(void* buffer, size_t length) = 0;
   virtual int RecvFrom(void* buffer, size_t length, SocketAddress* address) = 0;
-  virtual int Listen(int backlog) = 0;
+  [[nodiscard]] virtual int Listen(int backlog) = 0;
   // Null when there is no connection to take. `address` may be null.
-  virtual std::unique_ptr<AsyncSocket> Accept(SocketAddress* address) = 0;
+  [[nodiscard]] virtual std::unique_ptr<AsyncSocket> Accept(SocketAddress* address) = 0;
   virtual int Close() = 0;  // closing twice is harmless
   virtual int GetError() const = 0;
   virtual void SetError(int error) = 0;
   virtual SocketState GetState() const = 0;
-  virtual int EstimateMTU(uint16_t* mtu) = 0;
-  virtual int GetOption(SocketOption option, int* value) = 0;
-  virtual int SetOption(SocketOption option, int value) = 0;
+  [[nodiscard]] virtual int EstimateMTU(uint16_t* mtu) = 0;
+  [[nodiscard]] virtual int GetOption(SocketOption option, int* value) = 0;
+  [[nodiscard]] virtual int SetOption(SocketOption option, int value) = 0;
 
  protected:
   Socket() = default;
-};
-
-// A socket that reports what happens to it. Handlers may close or delete the socket.
-class AsyncSocket : public Socket {
- public:
-  Signal<AsyncSocket*> SignalReadEvent;  // also: a connection waits to be accepted
-  Signal<AsyncSocket*> SignalWriteEvent;
-  Signal<AsyncSocket*> SignalConnectEvent;
-  Signal<AsyncSocket*, int> SignalCloseEvent;  // the error, 0 when the peer closed
 };
 
 }  // namespace mpbp

@@ -1,4 +1,4 @@
-// An internet address with a port, and perhaps the host name it is to be found by.
+// An internet address with a port, and perhaps the host name that it belongs to.
 #ifndef MPBP_BASE_SOCKETADDRESS_H_
 #define MPBP_BASE_SOCKETADDRESS_H_
 

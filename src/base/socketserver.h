@@ -18,19 +18,19 @@ class SocketServer {
   SocketServer& operator=(const SocketServer&) = delete;
   virtual ~SocketServer() = default;
 
-  // `type` is SOCK_STREAM or SOCK_DGRAM; the family is AF_INET where none is given. Null when the
-  // system makes no socket or its descriptor cannot be watched. Destroy sockets before their
-  // server.
-  virtual std::unique_ptr<Socket> CreateSocket(int type) = 0;
-  virtual std::unique_ptr<Socket> CreateSocket(int family, int type) = 0;
-  virtual std::unique_ptr<AsyncSocket> CreateAsyncSocket(int type) = 0;
-  virtual std::unique_ptr<AsyncSocket> CreateAsyncSocket(int family, int type) = 0;
+  // `type` is SOCK_STREAM or SOCK_DGRAM; the family is AF_INET where none is given. Null, with
+  // errno set, when the system makes no socket or its descriptor cannot be watched. Destroy sockets
+  // before their server.
+  [[nodiscard]] virtual std::unique_ptr<Socket> CreateSocket(int type) = 0;
+  [[nodiscard]] virtual std::unique_ptr<Socket> CreateSocket(int family, int type) = 0;
+  [[nodiscard]] virtual std::unique_ptr<AsyncSocket> CreateAsyncSocket(int type) = 0;
+  [[nodiscard]] virtual std::unique_ptr<AsyncSocket> CreateAsyncSocket(int family, int type) = 0;
 
   virtual void SetMessageQueue(MessageQueue* queue) = 0;
 
   // Waits up to timeout_ms (kForever: until woken), serving sockets meanwhile when process_io is
   // true. False when waiting failed. On the owning thread only.
-  virtual bool Wait(int timeout_ms, bool process_io) = 0;
+  [[nodiscard]] virtual bool Wait(int timeout_ms, bool process_io) = 0;
   // Ends the current or the next Wait. From any thread.
   virtual void WakeUp() = 0;
 

@@ -1,8 +1,8 @@
 // Objects that live as long as the process, or as the module that they are part of.
 //
-// A browser ends by exit as it likes, with our objects in use on other threads and without a word
-// to the module, so the end of the process destroys nothing here. Only a module that is unloaded
-// from a process that goes on takes its objects with it.
+// A browser may exit at any time, with our objects in use on other threads and without telling the
+// module, so the end of the process destroys nothing here. Only a module that is unloaded from a
+// process that goes on takes its objects with it.
 #ifndef MPBP_BASE_STATICOBJECT_H_
 #define MPBP_BASE_STATICOBJECT_H_
 

@@ -1,4 +1,4 @@
-// Byte streams: the interface, files, and text held in memory.
+// The interface of byte streams.
 #ifndef MPBP_BASE_STREAM_H_
 #define MPBP_BASE_STREAM_H_
 
@@ -37,7 +37,7 @@ class StreamInterface {
   [[nodiscard]] StreamResult WriteAll(std::string_view data, size_t* written = nullptr,
                                       int* error = nullptr);
   // Reads until `length` bytes are there (SR_SUCCESS), the stream ends or fails. *read counts what
-  // came in in every case. `read` and `error` may be null.
+  // arrived in every case. `read` and `error` may be null.
   [[nodiscard]] StreamResult ReadAll(void* buffer, size_t length, size_t* read = nullptr,
                                      int* error = nullptr);
 

@@ -22,8 +22,8 @@ std::string ReplaceAll(std::string_view text, std::string_view from, std::string
 std::string_view TrimWhitespace(std::string_view text);
 
 // Whether the pattern covers the whole text; case is ignored. "*" stands for any run of characters,
-// the empty one too, and the character after it is always literal, so "**" is any run that ends
-// with an asterisk. At most text x pattern comparisons, whatever the two hold.
+// including the empty one, and the character after it is always literal, so "**" is any run that
+// ends with an asterisk. At most text x pattern comparisons, whatever the two hold.
 bool MatchesWildcard(std::string_view text, std::string_view pattern);
 
 }  // namespace mpbp

@@ -9,7 +9,7 @@
 namespace mpbp {
 
 // From the text of /proc/cpuinfo, which has one section for each logical processor (a hardware
-// thread). A number that is missing or no number is 0.
+// thread). A number that is missing or malformed is 0.
 struct CpuInfo {
   int family = 0;  // of the first section, as are model and stepping
   int model = 0;

@@ -1,4 +1,4 @@
-// Threads that own a message queue, and the look-up of the current one.
+// Threads that own a message queue.
 #ifndef MPBP_BASE_THREAD_H_
 #define MPBP_BASE_THREAD_H_
 
@@ -9,27 +9,15 @@
 #include <string>
 
 #include "base/messagequeue.h"
+#include "base/runnable.h"
 
 namespace mpbp {
-
-class Thread;
-template <typename T>
-class StaticObject;
 
 enum ThreadPriority : int32_t {
   PRIORITY_IDLE = -1,  // not supported: runs as normal, with a warning
   PRIORITY_NORMAL = 0,
   PRIORITY_ABOVE_NORMAL = 1,
   PRIORITY_HIGH = 2,
-};
-
-class Runnable {
- public:
-  Runnable() = default;
-  Runnable(const Runnable&) = delete;
-  Runnable& operator=(const Runnable&) = delete;
-  virtual ~Runnable() = default;
-  virtual void Run(Thread* thread) = 0;
 };
 
 class Thread : public MessageQueue {
@@ -45,8 +33,8 @@ class Thread : public MessageQueue {
 
   // Before Start. The name gets " 0x" and the object's address appended when one is given.
   // False, and nothing changed, once started.
-  bool SetName(const std::string& name, const void* object);
-  bool SetPriority(ThreadPriority priority);
+  [[nodiscard]] bool SetName(const std::string& name, const void* object);
+  [[nodiscard]] bool SetPriority(ThreadPriority priority);
   const std::string& name() const { return name_; }
 
   // Starts an operating-system thread that runs `runnable`, or Run() when it is null. `runnable` is
@@ -98,30 +86,6 @@ class Thread : public MessageQueue {
   pthread_t handle_{};
   Runnable* runnable_ = nullptr;
   std::list<PendingSend> pending_sends_ MPBP_GUARDED_BY(crit_);
-};
-
-// Knows each operating-system thread's Thread. Every operation is about the calling thread.
-class ThreadManager {
- public:
-  static ThreadManager& Instance();
-  ThreadManager(const ThreadManager&) = delete;
-  ThreadManager& operator=(const ThreadManager&) = delete;
-
-  Thread* CurrentThread() const;
-  void SetCurrentThread(Thread* thread);
-  // Makes a Thread for the calling thread, if it has none, and records it. The result is null when
-  // there was one; otherwise the caller owns it, and unwraps before destroying it.
-  [[nodiscard]] std::unique_ptr<Thread> WrapCurrentThread();
-  void UnwrapCurrentThread();
-
- private:
-  friend class StaticObject<ThreadManager>;
-
-  ThreadManager();
-  ~ThreadManager();
-
-  pthread_key_t key_{};
-  bool key_made_ = false;
 };
 
 }  // namespace mpbp

@@ -12,9 +12,9 @@
 // Of a class: a lock, and what holds one for as long as it lives.
 #define MPBP_LOCK MPBP_THREAD_ATTRIBUTE(capability("lock"))
 #define MPBP_SCOPED_LOCK MPBP_THREAD_ATTRIBUTE(scoped_lockable)
-// Of a member: it is touched with the lock held only.
+// Of a member: it is only touched with the lock held.
 #define MPBP_GUARDED_BY(lock) MPBP_THREAD_ATTRIBUTE(guarded_by(lock))
-// Of a function: it takes the lock, lets it go, or wants it held by its caller.
+// Of a function: it acquires the lock, releases it, or requires its caller to hold it.
 #define MPBP_ACQUIRES(...) MPBP_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define MPBP_RELEASES(...) MPBP_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define MPBP_REQUIRES(lock) MPBP_THREAD_ATTRIBUTE(requires_capability(lock))

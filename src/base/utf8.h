@@ -12,7 +12,7 @@ namespace mpbp {
 bool IsValidUtf8(std::string_view text);
 
 // The text with one U+FFFD for each run of bytes that begins a character and does not end it, and
-// for each byte that begins none.
+// for each byte that cannot begin one.
 std::string ReplaceInvalidUtf8(std::string_view text);
 
 // The same, with one U+FFFD for each noncharacter too (U+FDD0 to U+FDEF, and the last two of every

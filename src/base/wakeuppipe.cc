@@ -8,17 +8,9 @@
 
 namespace mpbp {
 
-bool MakePipe(int* read_end, int* write_end) {
-  int ends[2] = {-1, -1};
-  const bool made = pipe2(ends, O_CLOEXEC | O_NONBLOCK) == 0;
-  *read_end = ends[0];
-  *write_end = ends[1];
-  return made;
-}
-
 WakeUpPipe::WakeUpPipe(PhysicalSocketServer* server, bool* wait_flag)
-    : server_(server), wait_flag_(wait_flag) {
-  if (!MakePipe(&read_end_, &write_end_)) {
+    : server_(server), wait_flag_(wait_flag), pipe_(MakePipe(O_NONBLOCK, nullptr)) {
+  if (!pipe_.read_end) {
     LOG(LS_ERROR) << "pipe failed";
     return;
   }
@@ -27,8 +19,6 @@ WakeUpPipe::WakeUpPipe(PhysicalSocketServer* server, bool* wait_flag)
 
 WakeUpPipe::~WakeUpPipe() {
   if (added_) server_->Remove(this);
-  if (read_end_ >= 0) close(read_end_);
-  if (write_end_ >= 0) close(write_end_);
 }
 
 void WakeUpPipe::Signal() {
@@ -36,7 +26,7 @@ void WakeUpPipe::Signal() {
   CritScope scope(crit_);
   if (signaled_) return;
   const char byte = 0;
-  if (write(write_end_, &byte, 1) == 1) signaled_ = true;
+  if (write(pipe_.write_end.get(), &byte, 1) == 1) signaled_ = true;
 }
 
 void WakeUpPipe::OnPreEvent(uint32_t) {
@@ -44,7 +34,7 @@ void WakeUpPipe::OnPreEvent(uint32_t) {
   if (!signaled_) return;
   char bytes[4];
   // Readable, so it does not fail; if it did, the next wake-up would write another byte.
-  static_cast<void>(!read(read_end_, bytes, sizeof(bytes)));
+  static_cast<void>(!read(pipe_.read_end.get(), bytes, sizeof(bytes)));
   signaled_ = false;
 }
 

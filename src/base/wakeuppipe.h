@@ -3,15 +3,12 @@
 #define MPBP_BASE_WAKEUPPIPE_H_
 
 #include "base/criticalsection.h"
+#include "base/descriptors.h"
 #include "base/iodispatcher.h"
 
 namespace mpbp {
 
 class PhysicalSocketServer;
-
-// Makes a pipe that is closed on exec and never blocks; false, with *read_end and *write_end -1 and
-// errno set, when the system gives none.
-bool MakePipe(int* read_end, int* write_end);
 
 class WakeUpPipe : public IoDispatcher {
  public:
@@ -28,14 +25,13 @@ class WakeUpPipe : public IoDispatcher {
   uint32_t GetRequestedEvents() const override { return EVENT_READ; }
   void OnPreEvent(uint32_t flags) override;
   void OnEvent(uint32_t flags, int error) override;
-  int GetDescriptor() const override { return read_end_; }
+  int GetDescriptor() const override { return pipe_.read_end.get(); }
   bool IsDescriptorClosed() const override { return false; }
 
  private:
   PhysicalSocketServer* server_;
   bool* wait_flag_;
-  int read_end_ = -1;
-  int write_end_ = -1;
+  const Pipe pipe_;
   bool added_ = false;
   CriticalSection crit_;
   bool signaled_ MPBP_GUARDED_BY(crit_) = false;  // a byte is in the pipe

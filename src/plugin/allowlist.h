@@ -18,7 +18,7 @@ struct ParsedUrl {
   std::string query;  // with its "?"
 };
 
-// The text ends at a NUL. A port that is no number is 0; a larger one is cut to 16 bits.
+// The text ends at a NUL. A port that is not a number is 0; a larger one is cut to 16 bits.
 ParsedUrl ParseUrl(std::string_view url);
 
 // Whether pages from the standard hosts must come over https. For the whole process; false until

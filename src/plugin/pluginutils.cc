@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 
 #include "base/filestream.h"
@@ -106,11 +105,11 @@ bool LaunchEngine(int* error) {
   LOG(LS_INFO) << "Starting Quern";
   std::string path = EnginePath();
   char* const argv[] = {path.data(), nullptr};
-  if (RunAsDaemon(path.c_str(), argv)) {
+  int system_error = 0;
+  if (RunAsDaemon(path.c_str(), argv, &system_error)) {
     LOG(LS_INFO) << "Started MurmelParlPlugin, path=" << path;
     return true;
   }
-  const int system_error = errno;
   *error = system_error != 0 ? system_error : -1;
   LOG_ERR_EX(LS_ERROR, system_error) << "Failed to start MurmelParlPlugin, path=" << path;
   return false;

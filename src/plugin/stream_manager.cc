@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/logging.h"
+#include "ppapi/browser.h"
 #include "ppapi/urlloader.h"
 
 namespace mpbp {
@@ -24,7 +25,7 @@ class StreamManager::Stream : public std::enable_shared_from_this<Stream> {
       : manager_(std::move(manager)), loader_(instance) {}
 
   // False, with `response` left to the caller, when the request cannot be started.
-  bool Start(const HttpRequest& request, std::unique_ptr<HttpResponse>& response);
+  [[nodiscard]] bool Start(const HttpRequest& request, std::unique_ptr<HttpResponse>& response);
   // Nothing of it follows.
   void End();
 
@@ -32,9 +33,9 @@ class StreamManager::Stream : public std::enable_shared_from_this<Stream> {
   CallbackFactory::Function Bind(void (Stream::*method)(int32_t result));
   void OnOpenComplete(int32_t result);
   void ReadBody();
-  int32_t ReadMore();
+  [[nodiscard]] int32_t ReadMore();
   void OnReadComplete(int32_t result);
-  bool TakeBytes(int32_t result);
+  [[nodiscard]] bool TakeBytes(int32_t result);
   void DescribeResponse();
   void Fail();
   void Finish();

@@ -22,14 +22,14 @@ class StreamManager : public std::enable_shared_from_this<StreamManager> {
   ~StreamManager();
 
   // Starts a request. True takes `response` and raises SignalResponse with it when the request has
-  // ended in whatever way: later, or inside this call where the browser completes inside its own.
+  // ended, however it ended: later, or inside this call where the browser completes inside its own.
   // False leaves it with the caller.
   [[nodiscard]] bool MakeRequest(const HttpRequest& request,
                                  std::unique_ptr<HttpResponse>& response);
   // Ends every request; no response of theirs follows.
   void Clear();
 
-  Signal<std::unique_ptr<HttpResponse>&> SignalResponse;  // who wants the response moves it out
+  Signal<std::unique_ptr<HttpResponse>&> SignalResponse;  // whoever wants the response moves it out
 
  private:
   class Stream;

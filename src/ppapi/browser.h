@@ -1,6 +1,5 @@
 // The browser's side of the plug-in interface, as the module uses it: the tables it offers, fetched
-// once when the module is initialised, and references to its vars and resources that release
-// themselves. On the browser's main thread only.
+// once when the module is initialised. On the browser's main thread only.
 //
 // A table that the browser lacks makes what needs it fail quietly: an undefined var, a null
 // resource, false.
@@ -54,24 +53,6 @@ void ResetBrowserInterfaces();
 // Runs `callback` on the main thread after delay_ms. False without "PPB_Core;1.0".
 [[nodiscard]] bool CallOnMainThread(int32_t delay_ms, const PP_CompletionCallback& callback,
                                     int32_t result);
-
-// One reference to a resource of the browser.
-class Resource {
- public:
-  Resource() = default;
-  // Takes over the reference that the browser returned.
-  explicit Resource(PP_Resource resource) : resource_(resource) {}
-  Resource(Resource&& other) noexcept : resource_(other.resource_) { other.resource_ = 0; }
-  Resource& operator=(Resource&& other) noexcept;
-  ~Resource() { Reset(); }
-
-  explicit operator bool() const { return resource_ != 0; }
-  PP_Resource get() const { return resource_; }
-  void Reset();
-
- private:
-  PP_Resource resource_ = 0;
-};
 
 }  // namespace mpbp
 

@@ -27,17 +27,17 @@ class CallbackFactory {
   ~CallbackFactory() { CancelAll(); }
 
   // Runs once. The function may delete the factory.
-  PP_CompletionCallback Once(Function function);
+  [[nodiscard]] PP_CompletionCallback Once(Function function);
   // Runs as often as the browser calls it, until it is cancelled; running it allocates nothing.
-  PP_CompletionCallback Repeating(Function function);
+  [[nodiscard]] PP_CompletionCallback Repeating(Function function);
 
-  // Takes a callback back that will not be called, or shall not run. False when it has run, or was
-  // taken back before.
+  // Cancels a callback that will not be called, or must not run. False when it has run, or was
+  // cancelled before.
   bool Cancel(const PP_CompletionCallback& callback);
   void CancelAll();
 
  private:
-  PP_CompletionCallback Add(Function function, bool once);
+  [[nodiscard]] PP_CompletionCallback Add(Function function, bool once);
 
   std::set<uintptr_t> ids_;  // of every callback that has not run or been cancelled
 };

@@ -1,5 +1,7 @@
 #include "ppapi/parlprivate.h"
 
+#include "ppapi/browser.h"
+
 namespace mpbp {
 namespace {
 

@@ -2,7 +2,7 @@
 #ifndef MPBP_PPAPI_PARLPRIVATE_H_
 #define MPBP_PPAPI_PARLPRIVATE_H_
 
-#include "ppapi/browser.h"
+#include "ppapi/resource.h"
 
 namespace mpbp {
 

@@ -3,6 +3,9 @@
 #include <limits>
 #include <utility>
 
+#include "ppapi/browser.h"
+#include "ppapi/var.h"
+
 namespace mpbp {
 namespace {
 
@@ -27,12 +30,6 @@ Resource MakeRequestInfo(PP_Instance instance, const UrlRequest& request) {
 }
 
 }  // namespace
-
-Var UrlResponseInfo::Property(PP_URLResponseProperty property) const {
-  const PPB_URLResponseInfo_1_0* const table = Browser().url_response_info;
-  if (!table || !info_) return {};
-  return Var::Adopt(table->GetProperty(info_.get(), property));
-}
 
 UrlLoader::UrlLoader(PP_Instance instance) : instance_(instance) {}
 

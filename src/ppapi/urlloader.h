@@ -3,12 +3,11 @@
 #define MPBP_PPAPI_URLLOADER_H_
 
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 
-#include "ppapi/browser.h"
-#include "ppapi/var.h"
+#include "ppapi/resource.h"
+#include "ppapi/urlresponseinfo.h"
 
 namespace mpbp {
 
@@ -17,28 +16,6 @@ struct UrlRequest {
   std::string method;
   std::string headers;  // lines
   std::string body;     // bytes; nothing is sent when empty
-};
-
-class UrlResponseInfo {
- public:
-  UrlResponseInfo() = default;
-  explicit UrlResponseInfo(PP_Resource info) : info_(info) {}
-
-  std::optional<std::string> Url() const { return Property(PP_URLRESPONSEPROPERTY_URL).AsString(); }
-  std::optional<std::string> StatusLine() const {
-    return Property(PP_URLRESPONSEPROPERTY_STATUSLINE).AsString();
-  }
-  std::optional<int32_t> StatusCode() const {
-    return Property(PP_URLRESPONSEPROPERTY_STATUSCODE).AsInt();
-  }
-  std::optional<std::string> Headers() const {
-    return Property(PP_URLRESPONSEPROPERTY_HEADERS).AsString();
-  }
-
- private:
-  Var Property(PP_URLResponseProperty property) const;
-
-  Resource info_;
 };
 
 // One request. The results are the browser's codes; PP_OK_COMPLETIONPENDING says that the callback

@@ -34,7 +34,7 @@ PP_Var MakeString(std::string_view text) {
 
 Var::Var(std::string_view text) : Var() {
   if (text.size() > std::numeric_limits<uint32_t>::max()) return;
-  // The browser makes a null of text that is no UTF-8, and some do of noncharacters.
+  // The browser turns text that is not UTF-8 into null, and some do that to noncharacters.
   var_ = IsValidUtf8(text) ? MakeString(text) : MakeString(ReplaceInvalidUtf8(text));
   if (is_null()) var_ = MakeString(ReplaceInvalidUtf8AndNoncharacters(text));
 }
@@ -75,7 +75,7 @@ std::optional<int32_t> Var::AsInt() const {
   if (var_.type != PP_VARTYPE_DOUBLE) return std::nullopt;
   const double value = var_.value.as_double;
   const bool fits = value >= std::numeric_limits<int32_t>::min() &&
-                    value <= std::numeric_limits<int32_t>::max();  // false for no number at all
+                    value <= std::numeric_limits<int32_t>::max();  // false for NaN
   if (!fits || value != std::trunc(value)) return std::nullopt;
   return static_cast<int32_t>(value);
 }

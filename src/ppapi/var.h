@@ -16,7 +16,7 @@ class Var {
   Var() : var_{PP_VARTYPE_UNDEFINED, 0, {.as_id = 0}} {}
   explicit Var(bool value) : var_{PP_VARTYPE_BOOL, 0, {.as_bool = value ? PP_TRUE : PP_FALSE}} {}
   explicit Var(int32_t value) : var_{PP_VARTYPE_INT32, 0, {.as_int = value}} {}
-  // A string. Bytes that are no valid UTF-8 become U+FFFD, and so do noncharacters where the
+  // A string. Bytes that are not valid UTF-8 become U+FFFD, and so do noncharacters where the
   // browser refuses them. Undefined when the browser has no strings.
   explicit Var(std::string_view text);
   explicit Var(const char* text) : Var(std::string_view(text)) {}
@@ -35,12 +35,12 @@ class Var {
   bool is_string() const { return var_.type == PP_VARTYPE_STRING; }
   bool is_object() const { return var_.type == PP_VARTYPE_OBJECT; }
 
-  // Nothing when it is no string.
+  // Nothing when it is not a string.
   std::optional<std::string> AsString() const;
-  // Nothing when it is no number, or one that does not fit.
+  // Nothing when it is not a number, or does not fit.
   std::optional<int32_t> AsInt() const;
 
-  // A property of an object; undefined when there is none, it throws, or this is no object.
+  // A property of an object; undefined when there is none, it throws, or this is not an object.
   Var GetProperty(const char* name) const;
   // Calls a function without `this`. What it returns or throws is dropped. The page may do anything
   // meanwhile.
@@ -49,7 +49,7 @@ class Var {
   // Borrowed, for as long as this lives.
   const PP_Var& get() const { return var_; }
   // Hands the reference over to the caller.
-  PP_Var Detach();
+  [[nodiscard]] PP_Var Detach();
 
  private:
   PP_Var var_;

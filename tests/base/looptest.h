@@ -16,6 +16,7 @@
 
 #include "base/physicalsocketserver.h"
 #include "base/thread.h"
+#include "base/threadmanager.h"
 #include "base/timeutils.h"
 
 namespace mpbp::test {

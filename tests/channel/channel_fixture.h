@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "base/logging.h"
-#include "base/thread.h"
+#include "base/threadmanager.h"
 #include "base/timeutils.h"
 #include "plugin/mpbp/common/clientchannel.h"
 #include "pluginmessagesocket.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "base/thread.h"
+#include "base/threadmanager.h"
 #include "host/host.h"
 #include "tests/support/fake_engine.h"
 #include "tests/support/scoped_env.h"

@@ -5,6 +5,7 @@
 #include "base/criticalsection.h"
 #include "base/logging.h"
 #include "base/staticobject.h"
+#include "base/threadmanager.h"
 
 namespace mpbp {
 namespace {

@@ -9,8 +9,8 @@
 namespace mpbp {
 
 // Kept in a process-wide registry, one for each browser thread, for as long as a channel uses it.
-// The object lives on while somebody holds it: who calls out to a page from below holds it, because
-// the page may stop the last channel and so take the entry away.
+// The object lives on while somebody holds it: whoever calls out to a page from inside it holds it,
+// because the page may stop the last channel and so take the entry away.
 class BrowserThread {
  public:
   // While one exists, Pump does nothing: sockets and messages are in use on the stack, and a page
@@ -29,10 +29,10 @@ class BrowserThread {
     const bool was_busy_;
   };
 
-  // The calling thread's, counting one more channel on it. Wraps the thread first when the runtime
+  // The calling thread's; counts one more channel on it. Wraps the thread first when the runtime
   // has no Thread for it.
   [[nodiscard]] static std::shared_ptr<BrowserThread> Acquire();
-  // Counts one channel less. With the last one the entry goes, and the wrapper with it; that needs
+  // Counts one channel fewer. With the last one the entry goes, and the wrapper with it; that needs
   // the thread itself to be the caller, or the thread keeps its thread-local value (an error line).
   void Release();
 

@@ -218,7 +218,7 @@ void ClientChannel::OnSocketAuthorized(MessageSocket* socket) {
     const std::string text = std::move(pending_sends_.front());
     pending_sends_.pop_front();
     pending_bytes_ -= text.size();
-    WriteToEngine(text);  // logs its failure
+    static_cast<void>(WriteToEngine(text));  // logs its failure
   }
   Deliver(kReadyText);
   LOG(LS_INFO) << this << ": AUTHORIZED; socket handshake complete";
@@ -290,7 +290,7 @@ const ChannelTransition& ClientChannel::Enter(ChannelEvent event, const char* re
   return transition;
 }
 
-// What cannot be told, for want of memory, must not keep the channel from going on.
+// The channel goes on even when there is no memory to tell the page something.
 void ClientChannel::SendConnectStatus(ConnectStep step, int error) try {
   Json::Value status(Json::objectValue);
   status["step"] = std::to_string(ToNumber(step));

@@ -23,6 +23,7 @@
 #include "logutility.h"
 #include "plugin/mpbp/common/browserthread.h"
 #include "plugin/mpbp/common/channelstates.h"
+#include "plugin/mpbp/common/clientchanneldelegate.h"
 #include "pluginmessagesocket.h"
 
 namespace mpbp {
@@ -32,27 +33,6 @@ enum class LinkAttempt {
   UNDER_WAY,  // the rest comes with events and timers
   FAILED,
   ENDED,  // the page has stopped the channel, or started it anew, from inside
-};
-
-// The plug-in instance, as the channel sees it.
-class ClientChannelDelegate {
- public:
-  ClientChannelDelegate(const ClientChannelDelegate&) = delete;
-  ClientChannelDelegate& operator=(const ClientChannelDelegate&) = delete;
-
-  // A text for the page. Anything may have happened to the channel when it returns.
-  virtual void MessageReceived(const std::string& text) = 0;
-  // Starts an HTTP request. True takes `response`, which comes back through SendHttpResponse when
-  // it is complete, perhaps inside this call; false leaves it with the caller. Anything may have
-  // happened to the channel when it returns.
-  virtual bool StartHttpRequest(const HttpRequest& request,
-                                std::unique_ptr<HttpResponse>& response) = 0;
-  // Answers the engine's text: true with the complete reply.
-  virtual bool GetProxyForUrl(const std::string& text, std::string* reply) = 0;
-
- protected:
-  ClientChannelDelegate() = default;
-  ~ClientChannelDelegate() = default;
 };
 
 class ClientChannel : public MessageHandler,
@@ -86,8 +66,8 @@ class ClientChannel : public MessageHandler,
   // Answers an HTTP request of the engine. Dropped when the link that asked is gone.
   void SendHttpResponse(std::unique_ptr<HttpResponse> response);
 
-  // The thread whose queue and sockets the channel uses; null while it does not run. Who pumps it
-  // holds it meanwhile.
+  // The thread whose queue and sockets the channel uses; null while it does not run. Whoever pumps
+  // it holds it meanwhile.
   std::shared_ptr<BrowserThread> browser_thread() const { return browser_thread_; }
   ChannelState state() const { return state_; }
 
@@ -98,26 +78,26 @@ class ClientChannel : public MessageHandler,
 
   // The in-memory plug-in log, null once it has been released.
   virtual std::shared_ptr<MemoryLog> LogStore();
-  virtual bool ConnectSocket(int* error);
+  [[nodiscard]] virtual bool ConnectSocket(int* error);
   // Closes the socket without releasing it.
   virtual void Disconnect();
   virtual void PostDelayed(int32_t delay_ms, uint32_t id);
   void OnMessage(Message* message) override;
-  virtual bool StartEngine();
+  [[nodiscard]] virtual bool StartEngine();
   virtual void OnSocketClosed(MessageSocket* socket, int reason);
-  virtual bool LaunchEngineProcess(int* error);
+  [[nodiscard]] virtual bool LaunchEngineProcess(int* error);
 
  private:
   friend class ClientChannelTestPeer;
 
-  // The one place that changes the state. `reason` is for the log at its most talkative.
+  // The one place that changes the state. `reason` is logged at the most verbose level.
   void SetState(ChannelState state, const char* reason);
-  // The transition of the state that is, which it makes.
+  // Makes the transition that the event leads to from the present state, and returns it.
   const ChannelTransition& Enter(ChannelEvent event, const char* reason);
 
   // Connection and lifecycle (clientchannel.cc).
   void AttachSocket(std::unique_ptr<PluginMessageSocket> socket);
-  LinkAttempt InitiateConnection();
+  [[nodiscard]] LinkAttempt InitiateConnection();
   void TryToConnect();
   void RestartEngine();
   void RequestRestart(const char* reason);
@@ -130,7 +110,7 @@ class ClientChannel : public MessageHandler,
   void Recover();
   void FollowClose(const ChannelTransition& transition, int reason);
   void Deliver(const std::string& text);
-  // Whether the run that was in progress at `run` has ended.
+  // Whether the run that `run` was noted in has ended.
   bool HasEnded(uint32_t run) const { return run != run_; }
 
   // The watchdog (onlinecheck.cc).
@@ -139,20 +119,20 @@ class ClientChannel : public MessageHandler,
 
   // Routing (messagerouting.cc).
   void OnSocketMessage(MessageSocket* socket, const std::string& text);
-  bool PreRoute(const std::string& text);
-  bool SendToEngine(const std::string& text);
-  bool WriteToEngine(const std::string& text);
+  [[nodiscard]] bool PreRoute(const std::string& text);
+  [[nodiscard]] bool SendToEngine(const std::string& text);
+  [[nodiscard]] bool WriteToEngine(const std::string& text);
   size_t WaitingBytes() const;  // in the queue and in the socket's buffer; the channel runs
   void RelayToPage(const std::string& text);
-  bool HandleKill(const Json::Value& message);
+  [[nodiscard]] bool HandleKill(const Json::Value& message);
   void HandleHttpRequest(const std::string& text);
   void HandleGetProxyForUrl(const std::string& text);
   void StartHttpRequest(const HttpRequest& request, std::unique_ptr<HttpResponse> response);
 
   // The log upload (logupload.cc).
-  bool HandleUploadBrowserPluginLog(const Json::Value& message);
+  [[nodiscard]] bool HandleUploadBrowserPluginLog(const Json::Value& message);
   void UploadLog(const std::string& jid);
-  bool BuildLogForm(MultipartStream* form, const std::string& jid);
+  [[nodiscard]] bool BuildLogForm(MultipartStream* form, const std::string& jid);
 
   ClientChannelDelegate* delegate_;
   const std::string origin_url_;

@@ -175,7 +175,7 @@ void ClientChannel::SendHttpResponse(std::unique_ptr<HttpResponse> response) {
     LOG(LS_INFO) << this << ": HttpResponse body.data "
                  << RedactMessage({response->body.Data(), response->body.Length()});
   }
-  SendToEngine(WriteHttpResponse(*response));  // logs its failure
+  static_cast<void>(SendToEngine(WriteHttpResponse(*response)));  // logs its failure
 }
 
 void ClientChannel::HandleGetProxyForUrl(const std::string& text) {

@@ -1,5 +1,5 @@
-// The watchdog of a channel: five seconds after each connection it looks whether the link has been
-// authorized, and restarts the engine once if not.
+// The watchdog of a channel: five seconds after each connection it checks whether the link has been
+// authorized, and if not restarts the engine, once.
 #include "base/logging.h"
 #include "plugin/mpbp/common/clientchannel.h"
 

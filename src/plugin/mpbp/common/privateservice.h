@@ -1,5 +1,5 @@
 // What the engine may ask of the browser beyond the rights of a page: permissions and remoting
-// sessions. Who has no such browser implements it with refusals.
+// sessions. Where there is no such browser, it is implemented with refusals.
 #ifndef MPBP_PLUGIN_MPBP_COMMON_PRIVATESERVICE_H_
 #define MPBP_PLUGIN_MPBP_COMMON_PRIVATESERVICE_H_
 

@@ -24,7 +24,7 @@ bool IsPort(std::string_view text) {
          std::stoi(std::string(text)) <= 65535;
 }
 
-// [scheme://][user@]host[:port][/anything]. Nothing without a host, or with a port that is none.
+// [scheme://][user@]host[:port][/anything]. Nothing without a host, or with an invalid port.
 std::optional<Endpoint> ParseEndpoint(std::string_view text) {
   Endpoint result;
   if (const size_t mark = text.find("://"); mark != std::string_view::npos) {

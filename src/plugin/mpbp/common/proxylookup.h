@@ -12,10 +12,10 @@ namespace mpbp {
 using EnvironmentReader = std::function<const char*(const char* name)>;
 
 // The proxy for `url`, as a proxy script would answer: "DIRECT", "PROXY host:port", "HTTPS
-// host:port", "SOCKS host:port" or "SOCKS5 host:port". Nothing when `url` is no URL with a host.
+// host:port", "SOCKS host:port" or "SOCKS5 host:port". Nothing when `url` is not a URL with a host.
 //
-// From http_proxy for http and ws, https_proxy for https and wss, and all_proxy for what these
-// leave; not for hosts that no_proxy lists. The names in capitals count too, but for HTTP_PROXY:
+// From http_proxy for http and ws, https_proxy for https and wss, and all_proxy where these say
+// nothing; not for hosts that no_proxy lists. The upper-case names count too, except HTTP_PROXY:
 // where requests from outside become variables, a "Proxy:" header sets it.
 std::optional<std::string> FindProxyForUrl(const std::string& url,
                                            const EnvironmentReader& environment);

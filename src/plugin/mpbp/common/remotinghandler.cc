@@ -15,7 +15,7 @@ constexpr int32_t kLastPermissionType = 2;
 
 enum RemotingEvent : int32_t { REMOTING_ENDED = 0, REMOTING_ERROR = 1 };
 
-// An integer, or a text that is one and nothing else.
+// An integer, or a text that holds an integer and nothing else.
 template <typename Integer>
 std::optional<Integer> ReadInteger(const Json::Value& value) {
   if constexpr (std::is_signed_v<Integer>) {

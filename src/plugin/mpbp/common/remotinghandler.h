@@ -38,7 +38,7 @@ class RemotingHandler : public std::enable_shared_from_this<RemotingHandler> {
   Signal<const std::string&> SignalOutgoing;  // an answer for the engine
 
  private:
-  // What an answer to a permission request repeats of it.
+  // What the answer to a permission request repeats from it.
   struct Permission {
     std::string id;
     int32_t type = 0;

@@ -18,7 +18,7 @@
 namespace mpbp {
 namespace {
 
-// The module in place; null before PPP_InitializeModule and after PPP_ShutdownModule.
+// The current module; null before PPP_InitializeModule and after PPP_ShutdownModule.
 std::unique_ptr<Module>& TheModule() {
   static StaticObject<std::unique_ptr<Module>> module;
   return *module;

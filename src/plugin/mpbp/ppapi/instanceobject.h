@@ -12,7 +12,7 @@
 namespace mpbp {
 
 // A script may keep the object when the instance is gone: it then has no property and no method,
-// and what reads, sets or calls one all the same gets "no client channel" thrown.
+// and whatever reads, sets or calls one gets "no client channel" thrown.
 class InstanceObject : public ScriptableObject {
  public:
   explicit InstanceObject(std::weak_ptr<PluginObject> instance) : instance_(std::move(instance)) {}

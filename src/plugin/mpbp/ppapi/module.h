@@ -1,4 +1,4 @@
-// The module, one a process: made by PPP_InitializeModule, gone with PPP_ShutdownModule.
+// The module, one per process: made by PPP_InitializeModule, gone with PPP_ShutdownModule.
 #ifndef MPBP_PLUGIN_MPBP_PPAPI_MODULE_H_
 #define MPBP_PLUGIN_MPBP_PPAPI_MODULE_H_
 
@@ -21,10 +21,10 @@ class Module {
   virtual ~Module();
 
   // Sets up the log. True.
-  virtual bool Init();
+  [[nodiscard]] virtual bool Init();
   virtual std::shared_ptr<PluginObject> CreateInstance(PP_Instance instance);
 
-  // The module in place, or null.
+  // The current module, or null.
   static Module* Get();
   // Fetches the browser's tables and calls Init. False without "PPB_Core;1.0" or when Init fails.
   [[nodiscard]] bool Initialize(PP_Module module, PPB_GetInterface get_browser_interface);

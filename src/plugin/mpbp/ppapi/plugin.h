@@ -48,9 +48,9 @@ class PluginObject final : public ClientChannelDelegate,
 
   // ClientChannelDelegate.
   void MessageReceived(const std::string& text) override;
-  bool StartHttpRequest(const HttpRequest& request,
-                        std::unique_ptr<HttpResponse>& response) override;
-  bool GetProxyForUrl(const std::string& text, std::string* reply) override;
+  [[nodiscard]] bool StartHttpRequest(const HttpRequest& request,
+                                      std::unique_ptr<HttpResponse>& response) override;
+  [[nodiscard]] bool GetProxyForUrl(const std::string& text, std::string* reply) override;
 
  private:
   std::string PageUrl() const;

@@ -14,7 +14,7 @@ namespace mpbp {
 // What the browser calls for an object. Setting *exception throws it into the script; it is
 // undefined on entry. The defaults have no property and no method, and refuse everything else.
 //
-// The browser lets the object go with its last reference, also while one of these is on the stack:
+// The browser lets the object go with its last reference, even while one of these is on the stack:
 // the object itself then lives until that returns.
 class ScriptableObject {
  public:

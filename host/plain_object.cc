@@ -1,47 +1,10 @@
-#include "host/script.h"
+#include "host/plain_object.h"
 
-#include <exception>
 #include <utility>
 
+#include "host/page_function.h"
+
 namespace mpbp::host {
-
-ObjectRef::ObjectRef(std::shared_ptr<ScriptObject> object) : object_(std::move(object)) {
-  if (object_) ++object_->references_;
-}
-
-ObjectRef::ObjectRef(const ObjectRef& other) : ObjectRef(other.object_) {}
-
-ObjectRef::ObjectRef(ObjectRef&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
-
-ObjectRef& ObjectRef::operator=(ObjectRef other) noexcept {
-  object_.swap(other.object_);
-  return *this;
-}
-
-ObjectRef::~ObjectRef() { Reset(); }
-
-void ObjectRef::Reset() {
-  const auto object = std::exchange(object_, nullptr);
-  if (object && --object->references_ == 0) object->OnUnreferenced();
-}
-
-std::string ToText(const Value& value) {
-  struct Visitor {
-    std::string operator()(Undefined) { return "undefined"; }
-    std::string operator()(Null) { return "null"; }
-    std::string operator()(bool b) { return b ? "true" : "false"; }
-    std::string operator()(int32_t i) { return std::to_string(i); }
-    std::string operator()(double d) { return std::to_string(d); }
-    std::string operator()(const std::string& s) { return "\"" + s + "\""; }
-    std::string operator()(const ObjectRef&) { return "object"; }
-  };
-  return std::visit(Visitor{}, value);
-}
-
-std::optional<std::string> AsString(const Value& value) {
-  const auto* text = std::get_if<std::string>(&value);
-  return text != nullptr ? std::optional(*text) : std::nullopt;
-}
 
 PlainObject::PlainObject(std::map<std::string, Value> properties)
     : properties_(std::move(properties)) {}
@@ -107,30 +70,8 @@ Value PlainObject::Construct(const Values& /*arguments*/, Thrown& thrown) {
   return Undefined{};
 }
 
-PageFunction::PageFunction(Function function) : function_(std::move(function)) {}
-
-Value PageFunction::Call(const Value& method, const Values& arguments, Thrown& thrown) {
-  if (!std::holds_alternative<Undefined>(method)) {
-    return PlainObject::Call(method, arguments, thrown);
-  }
-  try {
-    Result result = function_(arguments);
-    thrown = std::move(result.exception);
-    return thrown ? Value() : std::move(result.value);
-  } catch (const std::exception& error) {
-    thrown = error.what();
-  } catch (...) {
-    thrown = "unknown exception";
-  }
-  return Undefined{};
-}
-
 Value MakeObject(std::map<std::string, Value> properties) {
   return ObjectRef(std::make_shared<PlainObject>(std::move(properties)));
-}
-
-Value MakeFunction(Function function) {
-  return ObjectRef(std::make_shared<PageFunction>(std::move(function)));
 }
 
 }  // namespace mpbp::host

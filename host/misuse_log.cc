@@ -1,4 +1,4 @@
-#include "host/misuse.h"
+#include "host/misuse_log.h"
 
 #include <utility>
 

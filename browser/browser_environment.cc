@@ -1,4 +1,4 @@
-#include "browser/environment.h"
+#include "browser/browser_environment.h"
 
 #include <QDir>
 #include <QFileInfo>

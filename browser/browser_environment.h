@@ -1,6 +1,6 @@
 // What the browser engine and the module find when they start: flags, folders, platform.
-#ifndef MPBP_BROWSER_ENVIRONMENT_H_
-#define MPBP_BROWSER_ENVIRONMENT_H_
+#ifndef MPBP_BROWSER_BROWSER_ENVIRONMENT_H_
+#define MPBP_BROWSER_BROWSER_ENVIRONMENT_H_
 
 #include <QString>
 #include <QTemporaryDir>
@@ -40,4 +40,4 @@ class BrowserEnvironment {
 
 }  // namespace mpbp
 
-#endif  // MPBP_BROWSER_ENVIRONMENT_H_
+#endif  // MPBP_BROWSER_BROWSER_ENVIRONMENT_H_

@@ -1,6 +1,6 @@
 // What the module did wrong towards the browser, as texts that tests expect to be empty.
-#ifndef MPBP_HOST_MISUSE_H_
-#define MPBP_HOST_MISUSE_H_
+#ifndef MPBP_HOST_MISUSE_LOG_H_
+#define MPBP_HOST_MISUSE_LOG_H_
 
 #include <mutex>
 #include <string>
@@ -22,4 +22,4 @@ class MisuseLog {
 
 }  // namespace mpbp::host
 
-#endif  // MPBP_HOST_MISUSE_H_
+#endif  // MPBP_HOST_MISUSE_LOG_H_
