@@ -3,7 +3,7 @@
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build pkg-config libjsoncpp-dev libcurl4-openssl-dev libgtest-dev
-                libgmock-dev)
+                libgmock-dev python3)
 test_packages=(python3 openssl procps)
 check_packages=(clang clang-format clang-tidy binutils git)
 browser_packages=(qtwebengine5-dev libqt5webenginewidgets5 xvfb xauth libgl1-mesa-dri

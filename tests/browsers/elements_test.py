@@ -85,6 +85,27 @@ class ElementsTest(BrowserTestCase):
         self.assertEqual(['["f-dead"]', "Send returned false"], self.report("told"))
         self.assertIs(True, self.report("again"))
 
+    def test_a_page_finds_no_way_to_links_of_others(self):
+        self.open("forges")
+        self.assertEqual([], self.report("seen"))
+        self.assertEqual([], self.report("heard"))
+        self.assertIs(True, self.report("not taken"))
+        self.assertEqual(["undefined", "undefined"], self.report("the extension"))
+        self.assertEqual("still here", self.report("still works"))
+
+    def test_requests_are_redirected_may_be_large_and_go_to_no_other_host(self):
+        port = self.server.http_port
+        self.server.answers.update({"/answer.txt": b"an answer", "/empty.txt": b""})
+        self.open("requests", port)
+        self.assertEqual([0, 784111777, f"http://www.murmel.example:{port}/answer.txt", "an answer"],
+                         self.report("answer"))
+        self.assertNotIn("cookie", [name.lower() for name in self.server.requests[-1][2]])
+        self.assertEqual(3_000_000, self.report("answer")[3])
+        error, _, _, body = self.report("answer")
+        self.assertEqual((0, None), (error, body))
+        for _ in range(2):
+            self.assertEqual(3, self.report("answer")[0])
+
     def test_a_large_text_lets_another_links_small_ones_pass(self):
         self.open("large", 10_000_000)
         same, took, idle, median, count = self.report("large")

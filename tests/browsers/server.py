@@ -31,6 +31,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return None
         if path == "/next":
             self._answer(self.server.next_page().encode(), "text/plain")
+        elif path == "/redirect":
+            self._answer(b"", "text/plain", 302)
         elif path == "/readme.html":
             self._answer(readme_page(), "text/html")
         else:
@@ -60,6 +62,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.send_response(status)
         self.send_header("Content-Type", f"{content_type}; charset=utf-8")
         self.send_header("Content-Length", str(len(content)))
+        if status == 302:
+            self.send_header("Location", "/answer.txt")
+        elif self.path.startswith("/answer.txt"):
+            self.send_header("Last-Modified", "Sun, 06 Nov 1994 08:49:37 GMT")
         # Fine timers.
         self.send_header("Cross-Origin-Opener-Policy", "same-origin")
         self.end_headers()

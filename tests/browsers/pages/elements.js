@@ -202,6 +202,57 @@ const scenes = {
     report('refused', [typeof element.version, typeof element.onmessage, 'send' in element]);
   },
 
+  // A page that looks for a way to links that are not its own.
+  async forges() {
+    const seen = [];
+    const spy = (object, name) => {
+      const original = object[name];
+      object[name] = function (...values) {
+        seen.push(name);
+        return original.apply(this, values);
+      };
+    };
+    for (const name of ['addEventListener', 'dispatchEvent']) spy(EventTarget.prototype, name);
+    const NativeEvent = window.CustomEvent;
+    window.CustomEvent = class extends NativeEvent {
+      constructor(...values) {
+        super(...values);
+        seen.push('CustomEvent');
+      }
+    };
+    const session = await new Session().alive();
+    await session.echo('by way of nobody');
+    report('seen', seen);
+    window.CustomEvent = NativeEvent;
+    // Neither a second document at the relay, nor a relay that makes the element say its names again.
+    const heard = [];
+    window.addEventListener('murmelparl-document', (event) => heard.push(event.detail));
+    window.dispatchEvent(new CustomEvent('murmelparl-relay'));
+    report('heard', heard);
+    report('not taken', window.dispatchEvent(
+      new CustomEvent('murmelparl-document', { detail: 'mine', cancelable: true })));
+    report('the extension', [typeof window.chrome?.runtime?.connect, typeof window.browser]);
+    report('still works', await session.echo('still here'));
+  },
+
+  // What the module's scene of this name has not: redirections, large bodies and none, what is refused.
+  async requests(port) {
+    const server = 'http://www.murmel.example:' + port;
+    const session = await new Session().alive();
+    for (const request of [
+      ['GET', server + '/redirect', 'Cookie: none=1\r\n', ''],
+      ['POST', server + '/post', '', 'x'.repeat(3000000)],
+      ['GET', server + '/empty.txt', '', ''],
+      ['GET', 'http://elsewhere.example:' + port + '/answer.txt', '', ''],
+      ['GET', server + '/answer.txt', 'no header at all\r\n', ''],
+    ]) {
+      const answer = session.kind('http-result');
+      session.send('ask-http', ...request);
+      const [, , about, , body] = JSON.parse(await answer)[1];
+      report('answer', [about.error, about.lastmodified, about.url, body && body.length > 1000 ? body.length : body]);
+    }
+  },
+
   // A large echo, and what small ones on another link take meanwhile.
   async large(size) {
     const large = await new Session().alive();

@@ -11,12 +11,16 @@ report = function (name, value) {
 finish = () => {};
 
 // Frames and windows of a scene go with it.
-const leaving = new AbortController();
-if (window.top === window && !window.opener) {
+let leaving;
+function poll() {
+  if (window.top !== window || window.opener) return;
+  leaving = new AbortController();
   fetch('/next', { signal: leaving.signal }).then((next) => next.text()).then((address) => {
     if (address) location.href = address;
   }).catch(() => {});
 }
+poll();
+window.addEventListener('pageshow', (event) => { if (event.persisted) poll(); });
 
 window.addEventListener('error', (event) => report('uncaught', event.message));
 window.addEventListener('unhandledrejection', (event) => report('uncaught', String(event.reason)));
