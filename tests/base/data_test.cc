@@ -1,5 +1,4 @@
-// The memory log, UTF-8, wildcards, the processor's
-// description.
+// The memory log, UTF-8, wildcards.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -42,20 +41,18 @@ TEST(Utf8Test, EveryBrokenSequenceAndOnRequestNoncharactersAreMarked) {
     EXPECT_EQ(ReplaceInvalidUtf8(text), text);
     EXPECT_TRUE(IsValidUtf8(text));
   }
-  const std::pair<const char*, std::string> kBroken[] = {{"\x80", m},
-                                                         {"\xc0\x80", m + m},
-                                                         {"\xc3", m},
-                                                         {"\xc3(", m + "("},
-                                                         {"\xe0\x9f\xbf", m + m + m},
-                                                         {"\xed\xa0\x80", m + m + m},
-                                                         {"\xe2\x82", m},
-                                                         {"\xf0\x9f\x98", m},
-                                                         {"\xf0\x8f\xbf\xbf", m + m + m + m},
-                                                         {"\xff", m},
-                                                         {"\xf4\x90\x80\x80", m + m + m + m}};
-  for (const auto& [text, marked] : kBroken) {
-    EXPECT_EQ(ReplaceInvalidUtf8(text), marked) << testing::PrintToString(text);
-    EXPECT_FALSE(IsValidUtf8(text)) << testing::PrintToString(text);
+  // Between blanks, with the number of marks that take the place of each.
+  const std::pair<const char*, int> broken[] = {
+      {"\x80", 1},     {"\xc0\x80", 2},        {"\xc3", 1},         {"\xe0\x9f\xbf", 3},
+      {"\xe2\x82", 1}, {"\xed\xa0\x80", 3},    {"\xf0\x9f\x98", 1}, {"\xf0\x8f\xbf\xbf", 4},
+      {"\xff", 1},     {"\xf4\x90\x80\x80", 4}};
+  for (const auto& [bytes, marks] : broken) {
+    std::string marked;
+    for (int i = 0; i < marks; ++i) marked += m;
+    for (const std::string after : {"", "("}) {
+      EXPECT_EQ(ReplaceInvalidUtf8(bytes + after), marked + after) << testing::PrintToString(bytes);
+      EXPECT_FALSE(IsValidUtf8(bytes + after)) << testing::PrintToString(bytes);
+    }
   }
   EXPECT_EQ(ReplaceInvalidUtf8AndNoncharacters("a\xef\xbf\xbe\xef\xb7\x90\xef\xb7\xaf"
                                                "\xf0\x9f\xbf\xbe\xf4\x8f\xbf\xbf\xff"),
@@ -65,22 +62,17 @@ TEST(Utf8Test, EveryBrokenSequenceAndOnRequestNoncharactersAreMarked) {
 }
 
 TEST(MatchesWildcardTest, AStarStandsForAnyTextAndManyTakeNoExponentialTime) {
-  const struct {
-    const char* text;
-    const char* pattern;
-    bool matches;
-  } kCases[] = {{"a.CORP.example", "*.corp.EXAMPLE", true},
-                {"corp.example", "*.corp.example", false},
-                {"", "", true},
-                {"", "*", true},
-                {"x", "", false},
-                {"x*", "**", true},
-                {"x", "**", false},
-                {"abab", "*ab", true},
-                {"aba", "*ab", false}};
-  for (const auto& test_case : kCases) {
-    EXPECT_EQ(test_case.matches, MatchesWildcard(test_case.text, test_case.pattern))
-        << test_case.text << " / " << test_case.pattern;
+  using Pairs = std::vector<std::pair<const char*, const char*>>;
+  for (const auto& [text, pattern] : Pairs{{"a.CORP.example", "*.corp.EXAMPLE"},
+                                           {"", ""},
+                                           {"", "*"},
+                                           {"x*", "**"},
+                                           {"abab", "*ab"}}) {
+    EXPECT_TRUE(MatchesWildcard(text, pattern)) << text << " / " << pattern;
+  }
+  for (const auto& [text, pattern] :
+       Pairs{{"corp.example", "*.corp.example"}, {"x", ""}, {"x", "**"}, {"aba", "*ab"}}) {
+    EXPECT_FALSE(MatchesWildcard(text, pattern)) << text << " / " << pattern;
   }
   std::string hostile;
   for (int i = 0; i < 30; ++i) hostile += "*a";

@@ -43,11 +43,8 @@ class SignalTest : public testing::Test {
 };
 
 TEST_F(SignalTest, AHandlerMayDeleteItselfAndOthersAndTheSignal) {
-  auto a = Connected("a");
-  auto b = Connected("b");
-  auto c = Connected("c");
-  auto d = Connected("d");
-  auto e = Connected("e");
+  auto a = Connected("a"), b = Connected("b"), c = Connected("c"), d = Connected("d"),
+       e = Connected("e");
   b->then = [&] {
     a.reset();  // already called
     c.reset();  // not called yet

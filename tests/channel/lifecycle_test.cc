@@ -46,7 +46,7 @@ TEST_F(Lifecycle, AnswersTheRunningEngineAndDeliversWhatWasSentBefore) {
   ASSERT_TRUE(RunUntilText(kReadyText));
   EXPECT_THAT(page_.texts, ElementsAre(Step(0), Step(1), Step(3), kReadyText));
   EXPECT_TRUE(channel_->Send("three"));
-  ASSERT_TRUE(RunUntil([&] { return engine_->received.size() == 3; }));
+  ASSERT_TRUE(PumpUntil([&] { return engine_->received.size() == 3; }));
   EXPECT_THAT(engine_->received, ElementsAre("one", "two", "three"));
   EXPECT_EQ(engine_->host_description(), R"({"url":"https://www.murmel.example/a?b"})");
   EXPECT_TRUE(TimerAsked(5000, TestChannel::kMsgOnlineCheck));
@@ -212,11 +212,11 @@ TEST_F(Lifecycle, AnEngineThatSpokeIsRestartedEachTimeItDies) {
   for (size_t death = 1; death <= 3; ++death) {
     engine_.reset();
     ASSERT_TRUE(RunUntilText(kDeadText, death));
-    ASSERT_TRUE(RunUntil([&] { return channel_->launches == static_cast<int>(death); }));
+    ASSERT_TRUE(PumpUntil([&] { return channel_->launches == static_cast<int>(death); }));
     StartEngine();
     ASSERT_TRUE(RunUntilText(kReadyText, death + 1));
     engine_->Send("[\"qw\"]");
-    ASSERT_TRUE(RunUntil([&] { return channel_->state() == ChannelState::READY; }));
+    ASSERT_TRUE(PumpUntil([&] { return channel_->state() == ChannelState::READY; }));
   }
 }
 
@@ -225,7 +225,7 @@ TEST_F(Lifecycle, AnEngineThatNeverAnswersTheHandshakeIsRestartedOnceAndThenGive
   channel_->holds_checks = false;
   StartEngine(true);
   ASSERT_TRUE(Start());
-  ASSERT_TRUE(RunUntil([&] { return log.Contains("Not authorized; attempting"); }));
+  ASSERT_TRUE(PumpUntil([&] { return log.Contains("Not authorized; attempting"); }));
   EXPECT_TRUE(channel_->Send("for the next link"));
   ASSERT_TRUE(RunUntilText(kDeadText));
   EXPECT_FALSE(channel_->Send("for none"));
@@ -258,7 +258,7 @@ TEST_F(Lifecycle, WhatWaitsForTheEngineHasABound) {
   };
   ASSERT_TRUE(RunUntilText(kReadyText));
   EXPECT_TRUE(refused);
-  ASSERT_TRUE(RunUntil([&] { return channel_->Send(text); }, 60'000));
+  ASSERT_TRUE(PumpUntil([&] { return channel_->Send(text); }, 60'000));
 }
 
 TEST_F(Lifecycle, OnlyTheLastArmedOnlineCheckActs) {
@@ -315,7 +315,7 @@ TEST_F(Lifecycle, AChannelThatIsStartedAgainHasItsWatchdogAndNoOldTimers) {
     RunTimer(TestChannel::kMsgOnlineCheck);
     // That a restart was tried still holds, unless engines were killed meanwhile.
     EXPECT_EQ(CountTexts(kDeadText), kill ? 0u : 1u);
-    EXPECT_TRUE(RunUntil([&] { return channel_->launches == (kill ? 1 : 0); }));
+    EXPECT_TRUE(PumpUntil([&] { return channel_->launches == (kill ? 1 : 0); }));
     channel_->Stop();
   }
 }

@@ -1,11 +1,10 @@
-#include <sys/resource.h>
-
 #include <atomic>
 #include <map>
 #include <set>
 
 #include "tests/ppapi/service_fixture.h"
 #include "tests/support/http_server.h"
+#include "tests/support/scoped_limit.h"
 #include "tests/support/wait_until.h"
 
 namespace mpbp::test {
@@ -184,14 +183,8 @@ TEST_F(HttpServiceTest, TheStackDoesNotGrowWithTheBodyWhenReadsCompleteAtOnce) {
   responses_["/drop"] = {.drop = true};
   responses_["/broken"] = {.body = "0123456789", .break_after = 5};
   Start({.complete_reads_at_once = true});
-  // The main thread's stack may not grow beyond this.
-  rlimit old{};
-  ASSERT_EQ(getrlimit(RLIMIT_STACK, &old), 0);
-  const rlimit small{1 << 20, old.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_STACK, &small), 0);
-  const std::string answer = Fetch({.path = "/big"});
-  EXPECT_EQ(setrlimit(RLIMIT_STACK, &old), 0);
-  EXPECT_EQ(Parsed(answer)[4].asString().size(), responses_["/big"].body.size());
+  const ScopedLimit small(RLIMIT_STACK, 1 << 20);  // the main thread's may not grow beyond this
+  EXPECT_EQ(Parsed(Fetch({.path = "/big"}))[4].asString(), responses_["/big"].body);
   EXPECT_THAT(Fetch({.path = "/broken"}), StartsWith("[\"httpresponse\",1,{\"error\":2,"));
   EXPECT_EQ(Fetch({.path = "/drop"}), Failure(1, 3));  // refused by the call that opens it
 }
