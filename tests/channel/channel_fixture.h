@@ -103,11 +103,13 @@ class ChannelTest : public LoopTest {
     channel_->OnMessage(&message);
   }
   // Up to "f-ready", and beyond it to the state that a "qw" text brings.
-  void ConnectToEngine(bool ready_state = true) {
+  void ConnectToEngine() {
     if (!engine_) StartEngine();
     ASSERT_TRUE(Start());
+    AwaitReady();
+  }
+  void AwaitReady() {
     ASSERT_TRUE(RunUntilText(kReadyText));
-    if (!ready_state) return;
     engine_->Send("[\"qw\",1]");
     ASSERT_TRUE(PumpUntil([this] { return channel_->state() == ChannelState::READY; }));
   }

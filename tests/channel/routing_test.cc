@@ -1,3 +1,4 @@
+#include "deployment.h"
 #include "jsontext.h"
 #include "tests/channel/channel_fixture.h"
 #include "tests/support/child_process.h"
@@ -142,7 +143,7 @@ TEST_F(Routing, TheLogIsUploadedAsAForm) {
   ASSERT_EQ(page_.requests.size(), 1u);
   const HttpRequest& upload = page_.requests[0];
   EXPECT_EQ(upload.verb + upload.proto + upload.host + upload.path,
-            "POSTHTTPScrash.murmel.example/cr/report");
+            std::string("POSTHTTPS") + kCrashReportHost + "/cr/report");
   EXPECT_EQ(upload.port, 443);
   const std::string boundary = "----**--u8jzPde0IgxLd6GncfBAepfJBd0Kh8--**----";
   EXPECT_EQ(upload.headers, "Content-Type: multipart/form-data; boundary=" + boundary + "\r\n\r\n");
