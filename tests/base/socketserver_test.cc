@@ -259,9 +259,11 @@ TEST_F(SocketServerTest, SocketsTakeTheirOptionsAndAreNotInherited) {
     EXPECT_EQ(fcntl(Descriptor(*socket), F_GETFD), FD_CLOEXEC);
   }
   using Values = std::vector<std::pair<SocketOption, int>>;
-  for (const Values& values :
-       {Values{{OPT_NO_DELAY, 1}, {OPT_DONT_FRAGMENT, 1}, {OPT_SEND_BUFFER, 20'000}},
-        Values{{OPT_NO_DELAY, 0}, {OPT_DONT_FRAGMENT, 0}, {OPT_RECV_BUFFER, 10'000}}}) {
+  for (const Values& values : {Values{{OPT_NO_DELAY, 1},
+                                      {OPT_DONT_FRAGMENT, 1},
+                                      {OPT_SEND_BUFFER, 20'000},
+                                      {OPT_RECV_BUFFER, 10'000}},
+                               Values{{OPT_NO_DELAY, 0}, {OPT_DONT_FRAGMENT, 0}}}) {
     for (const auto& [option, set] : values) EXPECT_EQ(pair.client->SetOption(option, set), 0);
     for (const auto& [option, set] : values) {
       int got = -1;

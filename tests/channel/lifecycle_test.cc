@@ -30,7 +30,6 @@ namespace mpbp::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using Lifecycle = ChannelTest;
 
 TEST_F(Lifecycle, AnswersTheRunningEngineAndDeliversWhatWasSentBefore) {
