@@ -59,6 +59,11 @@ class ModuleTest : public testing::Test {
   bool RunUntilText(const std::string& text, size_t count = 1) {
     return RunUntil([&] { return CountTexts(text) >= count; });
   }
+  std::string Version() {
+    const host::Value version = page_->Get("version").value;
+    const auto* const text = std::get_if<std::string>(&version);
+    return text ? *text : "none";
+  }
   std::string Log() const { return ReadFile(app_data_.folder() + "mpbppapiplugin.log"); }
 
   ScopedAppData app_data_;
