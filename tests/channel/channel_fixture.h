@@ -106,9 +106,6 @@ class ChannelTest : public LoopTest {
   void ConnectToEngine() {
     if (!engine_) StartEngine();
     ASSERT_TRUE(Start());
-    AwaitReady();
-  }
-  void AwaitReady() {
     ASSERT_TRUE(RunUntilText(kReadyText));
     engine_->Send("[\"qw\",1]");
     ASSERT_TRUE(PumpUntil([this] { return channel_->state() == ChannelState::READY; }));

@@ -174,18 +174,6 @@ TEST_F(Transitions, AreThoseOfTheTable) {
   }
 }
 
-TEST_F(Lifecycle, AnEngineThatSpokeIsRestartedEachTimeItDies) {
-  ConnectToEngine();
-  for (int death = 1; death <= 3; ++death) {
-    engine_.reset();
-    page_.texts.clear();
-    ASSERT_TRUE(RunUntilText(kDeadText));
-    ASSERT_TRUE(PumpUntil([&] { return channel_->launches == death; }));
-    StartEngine();
-    AwaitReady();
-  }
-}
-
 TEST_F(Lifecycle, AnEngineThatNeverAnswersTheHandshakeIsRestartedOnceAndThenGivenUp) {
   CapturedLog log;
   channel_->holds_checks = false;

@@ -61,34 +61,12 @@ TEST_F(Routing, MalformedRequestsOfThePageGoToTheEngine) {
   EXPECT_TRUE(log.Contains("Malformed upload browser plugin log request: "));
 }
 
-TEST_F(Routing, HttpRequestsAreReadAndAnswered) {
-  ConnectToEngine();
-  // A "qw" text that holds the word counts as a request.
-  engine_->Send(R"(["qw-like "httprequest" without JSON])");
-  engine_->Send(R"(["httprequest",7,{"verb":"GET","proto":"https","host":"h","port":443,)"
-                R"("path":"/p?q"},"A: b\r\n","bo\u0000dy"])");
-  ASSERT_TRUE(PumpUntil([&] { return page_.requests.size() == 1; }));
-  const HttpRequest& request = page_.requests[0];
-  EXPECT_EQ(request.verb + request.proto + request.host + request.path, "GEThttpsh/p?q");
-  EXPECT_EQ(request.port, 443);
-  EXPECT_EQ(request.headers, "A: b\r\n");
-  EXPECT_EQ(request.body, std::string("bo\0dy", 5));
-
-  std::unique_ptr<HttpResponse> response = std::move(page_.responses[0]);
-  response->lastmodified = 9;
-  response->url = "https://h/";
-  response->body.WriteBytes(std::string("\x00\x80\xff", 3));
-  channel_->SendHttpResponse(std::move(response));
-  ASSERT_TRUE(PumpUntil([&] { return engine_->received.size() == 1; }));
-  EXPECT_EQ(engine_->received[0],
-            R"(["httpresponse",7,{"error":0,"lastmodified":9,"url":"https://h/"},"\u0000)"
-            "\x80\xff\"]");
-}
-
 TEST_F(Routing, AnswersForALinkThatIsGoneAreDropped) {
   ConnectToEngine();
   const std::string request = R"(["httprequest",1,{"verb":"GET","proto":"http","host":"h",)"
                               R"("port":1,"path":"/"},"",""])";
+  // A "qw" text that holds the word counts as a request.
+  engine_->Send(R"(["qw-like "httprequest" without JSON])");
   for (int i = 0; i < 3; ++i) engine_->Send(request);
   ASSERT_TRUE(PumpUntil([&] { return page_.responses.size() == 3; }));
   CapturedLog log;
