@@ -1,8 +1,6 @@
-// The allow-list, the options, the port file and what is cut from the log.
+// The allow-list, the options and the port file.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-
-#include <regex>
 
 #include "deployment.h"
 #include "logutility.h"
@@ -30,65 +28,29 @@ class SettingsTest : public testing::Test {
   test::CapturedLog log_;
 };
 
-TEST_F(SettingsTest, PagesAreAllowedByTheHostAndTheSchemeOfTheirUrl) {
+TEST_F(SettingsTest, PagesAreAllowedByHostSchemeAndOption) {
   // Patterns begin with "*" and "*.".
-  const std::string standard = std::string(kStandardHostPatterns[0]).substr(1);
-  const std::string corp = std::string(kCorpHostPatterns[3]).substr(2);
-  const auto allowed = [&](const std::string& url) {  // S and C stand for the hosts
-    const std::string with_standard = std::regex_replace(url, std::regex("S"), standard);
-    return IsAllowedUrl(std::regex_replace(with_standard, std::regex("C"), corp));
-  };
+  const std::string corp = "//a." + std::string(kCorpHostPatterns[3]).substr(2) + ":8443/";
   SetRequireSecureStandardHosts(true);
   for (const char* pattern : kStandardHostPatterns) {
-    EXPECT_TRUE(IsAllowedUrl("https://" + std::string(pattern).substr(1) + "/page?x")) << pattern;
+    const std::string rest = "://x" + std::string(pattern).substr(1) + "/page?x";
+    EXPECT_TRUE(IsAllowedUrl("https" + rest) && !IsAllowedUrl("http" + rest)) << pattern;
   }
-  for (const char* url :
-       {"https://S", "Https://S:1/", "https://user:secret@S/", "https://evilS/"}) {
-    EXPECT_TRUE(allowed(url)) << url;  // no dot boundary
-  }
-  for (const char* url :
-       {"", "https://", "http://S/", "https:///S", "https://S@other.example/",
-        "https://S.other.example/", "https://S./", "https://other.example/S",
-        "https://other.example\\@x/S", "ftp://S/", "file:///S", " https://S/", "http://a.C/"}) {
-    EXPECT_FALSE(allowed(url)) << url;
-  }
-  EXPECT_FALSE(allowed("https://x" + std::string(1, '\0') + "S/"));
+  EXPECT_FALSE(IsAllowedUrl("https:" + corp));
   EXPECT_TRUE(log_.Contains("Error while loading options; some may be missing"));
-  for (const char* off : {"0", "", "yes", "99999999999"}) {
-    app_data_.WriteOptions("plugin_enable_corp_host=" + std::string(off) + "\n");
-    EXPECT_FALSE(allowed("http://a.C/")) << off;
+  for (const std::string value : {"0", "", "yes", "99999999999", "-1", "1"}) {
+    app_data_.WriteOptions("plugin_enable_corp_host=" + value + "\n");
+    const bool enabled = value == "-1" || value == "1";
+    for (const std::string scheme : {"http:", "https:"}) {
+      EXPECT_EQ(IsAllowedUrl(scheme + corp), enabled) << value;
+    }
   }
-  app_data_.WriteOptions("plugin_enable_corp_host=-1\n");
-  for (const char* url : {"http://a.C/", "https://a.b.C:8443/"}) EXPECT_TRUE(allowed(url)) << url;
-  for (const char* url : {"https://C/", "https://aC/", "https://a.Cx/", "http://S/"}) {
-    EXPECT_FALSE(allowed(url)) << url;
-  }
-  SetRequireSecureStandardHosts(false);
-  EXPECT_TRUE(allowed("http://S/"));
 }
 
-TEST(RedactMessageTest, SecretsAndRemotingPayloadsGo) {
-  const std::pair<std::string_view, std::string_view> kCases[] = {
-      {R"([{"kp":"a"},{"kp":""},{"kp":"c","x":1}])",
-       R"([{"kp":"REDACTED"},{"kp":"REDACTED"},{"kp":"REDACTED","x":1}])"},
-      {R"({"kp": "abc"})", R"({"kp": REDACTED"abc"})"},
-      {R"({"kp":"abc"kp":"def"})", R"({"kp":"REDACTED"kp":"REDACTED"})"},
-      {R"({"kp":"cut)", R"({"kp":"REDACTED)"},
-      {R"({"kp":")", R"({"kp":"REDACTED)"},
-      {R"({"kp":)", R"({"kp":)"},
-      {R"(["remoting-send",{"a":1}])", R"(["remoting-send", ...REDACTED...])"},
-      {R"(["remoting-start"])", R"(["remoting-start", ...REDACTED...])"},
-      {R"(["remoting-data","remoting-send"])", R"(["remoting-data", ...REDACTED...])"},
-      {R"(["remoting-input)", R"(["remoting-input)"},
-      {R"(["remoting-sender",1])", R"(["remoting-sender",1])"},
-      {R"(["x","remoting-send",1])", R"(["x","remoting-send",1])"},
-      {"", ""}};
-  for (const auto& [text, redacted] : kCases) EXPECT_EQ(redacted, RedactMessage(text)) << text;
-  EXPECT_EQ(std::string("\0\"kp\":\"REDACTED\"", 16),
-            RedactMessage(std::string_view("\0\"kp\":\"\0\"", 9)));
-  std::string long_text;  // the time grows with the length only
-  for (int i = 0; i < 500000; ++i) long_text += "\"kp\":\"x\"";
-  EXPECT_EQ(500000u * 15, RedactMessage(long_text).size());
+TEST(RedactMessageTest, TheTimeGrowsWithTheLengthOnly) {
+  std::string text;
+  for (int i = 0; i < 500000; ++i) text += "\"kp\":\"x\"";
+  EXPECT_EQ(500000u * 15, RedactMessage(text).size());
 }
 
 TEST_F(SettingsTest, OptionsAreReadOnceByEachObjectAndSavedAtEveryChange) {
