@@ -136,9 +136,9 @@ TEST_F(PosixTest, StartsWhateverTheHostDoesWithItsChildrenAndSignals) {
   };
   ScopedSignal alarm(SIGALRM, [](int) {});
   std::atomic<bool> stop{false};
-  std::vector<std::thread> threads;  // they hold the locks of memory and log when a fork comes
-  for (int i = 0; i < 3; ++i) {
-    threads.emplace_back([&stop] {
+  std::vector<std::thread> threads(3);  // they hold the locks of memory and log when a fork comes
+  for (std::thread& thread : threads) {
+    thread = std::thread([&stop] {
       while (!stop) {
         std::vector<std::string> memory(50, std::string(1000, 'x'));
         LOG(LS_SENSITIVE) << "busy " << memory.size();

@@ -4,31 +4,13 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <thread>
 #include <vector>
 
 #include "base/asyncsocketdispatcher.h"
 #include "tests/base/looptest.h"
-
-namespace {
-thread_local long allocations = 0;
-}  // namespace
-
-// Counted, to see that an idle round allocates nothing.
-void* operator new(size_t size) {
-  ++allocations;
-  if (void* const block = malloc(size)) return block;
-  abort();
-}
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  ++allocations;
-  return malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* block) noexcept { free(block); }
-[[gnu::noinline]] void operator delete(void* block, size_t) noexcept { free(block); }
+#include "tests/support/allocations.h"
 
 namespace mpbp {
 namespace {
@@ -232,9 +214,9 @@ TEST_F(ThreadTest, AnIdleRoundWithWatchedSocketsAllocatesNothing) {
   }
   thread_->PostDelayed(1'000'000, &handler_);
   Drain();
-  const long before = allocations;
+  const long before = test::allocations;
   for (int i = 0; i < 10; ++i) thread_->ProcessMessages(0);
-  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(test::allocations, before);
 }
 
 }  // namespace

@@ -40,8 +40,7 @@ TEST(Json, NumbersAreThoseOfJsonInEveryLocale) {
       "1.",
       ".",
       "\"1.5",
-      "/*1.5",
-  };
+      "/*1.5"};
   const auto read_all = [&] {
     std::vector<std::string> results;
     for (const std::string& text : texts) {

@@ -97,8 +97,7 @@ TEST_F(HttpServiceTest, AnAnswerReachesTheEngineAsTheServerGaveIt) {
        {.headers = {{"X-Very", "a: b"}, {"LAST-modified", date}, {"x-very", "2"}}, .body = "x"},
        "OK\nX-Very: a: b, 2\nLAST-modified: " + date + "\n",
        784111777},
-      {"/broken", {.body = "0123456789", .break_after = 5}, "OK\n", 0, 2, "01234"},
-  };
+      {"/broken", {.body = "0123456789", .break_after = 5}, "OK\n", 0, 2, "01234"}};
   responses_["/moved"] = RedirectTo("/bytes");
   for (const auto& row : rows) responses_[row.path] = row.response;
   Start();
@@ -201,7 +200,7 @@ TEST_F(HttpServiceTest, AnInstanceThatGoesTakesItsRequestsWithIt) {
   page_->DestroyInstance();
   EXPECT_EQ(host_.live_resources(), 0u);
   // The next page is served as if nothing had been.
-  OpenPage();
+  ConnectPage();
   EXPECT_THAT(Fetch({.path = "/", .id = 9}), StartsWith("[\"httpresponse\",9,{\"error\":0,"));
 }
 
@@ -212,8 +211,7 @@ TEST_F(HttpServiceTest, ABrowserThatLacksAnInterfaceStillGetsTheEngineAnAnswer) 
       {"PPB_URLResponseInfo;1.0",
        R"(["httpresponse",1,{"error":0,"lastmodified":0},"HTTP/1.1 0 \n","?"])"},
       // The page's own origin is all that it can reach.
-      {"PPB_URLLoaderTrusted;0.3", Failure(1, 2)},
-  };
+      {"PPB_URLLoaderTrusted;0.3", Failure(1, 2)}};
   for (const auto& [name, answer] : cases) {
     SCOPED_TRACE(name);
     Start({.withheld = {name}});

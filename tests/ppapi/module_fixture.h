@@ -92,11 +92,14 @@ class FakeEngineTest : public ModuleTest {
         },
         ms);
   }
+  // Up to "f-ready"; what the page and the engine received before is forgotten.
   void ConnectPage() {
+    texts_.clear();
     CreatePage();
-    ASSERT_TRUE(page_->has_plugin());
     ASSERT_EQ(Listen(), std::nullopt);
     ASSERT_TRUE(RunUntilText(kReady));
+    texts_.clear();
+    engine_->received.clear();
   }
 
   std::unique_ptr<Thread> thread_;

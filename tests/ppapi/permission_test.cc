@@ -165,7 +165,7 @@ TEST_F(PermissionTest, CallbacksThatComeAfterTheInstanceFindNothing) {
   page_->DestroyInstance();
   EXPECT_TRUE(host_.loop().Drain(100));  // they come now, with the module still there
   EXPECT_THAT(Log(), Not(HasSubstr("failed.")));
-  OpenPage();
+  ConnectPage();
   EXPECT_THAT(engine_->received, IsEmpty());
 }
 
