@@ -39,8 +39,7 @@ TEST_F(FilesTest, StreamsReadLinesWhateverTheyHoldInBoundedMemory) {
   const std::string text = "\n" + with_nul + "\n" + long_line + "\nlast";
   FileStream stream;
   ASSERT_TRUE(stream.Open(path_, "wb", nullptr));
-  EXPECT_EQ(StreamResult::SR_SUCCESS, stream.WriteAll(text));
-  EXPECT_TRUE(stream.Flush());
+  EXPECT_TRUE(stream.WriteAll(text) == StreamResult::SR_SUCCESS && stream.Flush());
   EXPECT_EQ(text, ReadFileText(path_, 1 << 20));
   EXPECT_EQ(text.substr(0, 5000), ReadFileText(path_, 5000));
   ASSERT_TRUE(stream.Open(path_, "r", nullptr));
@@ -61,12 +60,15 @@ TEST_F(FilesTest, StreamsReadLinesWhateverTheyHoldInBoundedMemory) {
 
 TEST_F(FilesTest, TwoThatBeganTheSameFileDoNotWriteOverEachOther) {
   FileStream first, second;
+  const auto write = [](FileStream& stream, const char* text) {
+    EXPECT_EQ(StreamResult::SR_SUCCESS, stream.WriteAll(text));
+  };
   ASSERT_TRUE(first.Open(path_, "w", nullptr) && first.DisableBuffering());
-  ASSERT_EQ(StreamResult::SR_SUCCESS, first.WriteAll("lost when the other begins\n"));
+  write(first, "lost when the other begins\n");
   ASSERT_TRUE(second.Open(path_, "w", nullptr) && second.DisableBuffering());
-  ASSERT_EQ(StreamResult::SR_SUCCESS, second.WriteAll("one\n"));
-  ASSERT_EQ(StreamResult::SR_SUCCESS, first.WriteAll("two\n"));
-  ASSERT_EQ(StreamResult::SR_SUCCESS, second.WriteAll("three\n"));
+  write(second, "one\n");
+  write(first, "two\n");
+  write(second, "three\n");
   EXPECT_EQ("one\ntwo\nthree\n", ReadFileText(path_, 100));
 }
 
@@ -76,17 +78,13 @@ TEST_F(FilesTest, StreamsRefuseWhatIsNoFileWithoutWaiting) {
   // Somebody at the other end: the open itself would succeed.
   ASSERT_EQ(0, mkfifo((dir_ / "read").c_str(), 0600));
   const int reader = open((dir_ / "read").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  const struct {
-    std::string path;
-    const char* mode;
-    int error;
-  } kCases[] = {{dir_ / "fifo", "r", ENXIO}, {dir_ / "fifo", "w", ENXIO},
-                {dir_ / "read", "w", ENXIO}, {"/dev/zero", "r", ENXIO},
-                {path_, "r", ENOENT},        {path_, "r+", EINVAL}};
-  for (const auto& test_case : kCases) {
+  const std::tuple<std::string, const char*, int> cases[] = {
+      {dir_ / "fifo", "r", ENXIO}, {dir_ / "fifo", "w", ENXIO}, {dir_ / "read", "w", ENXIO},
+      {"/dev/zero", "r", ENXIO},   {path_, "r", ENOENT},        {path_, "r+", EINVAL}};
+  for (const auto& [path, mode, expected] : cases) {
     int error = 0;
-    EXPECT_FALSE(stream.Open(test_case.path, test_case.mode, &error));
-    EXPECT_EQ(test_case.error, error) << test_case.path;
+    EXPECT_FALSE(stream.Open(path, mode, &error));
+    EXPECT_EQ(expected, error) << path;
   }
   close(reader);
 }
@@ -118,24 +116,20 @@ TEST_F(FilesTest, PrivateFilesAreNewFiles) {
   EXPECT_EQ(0600, FileMode(path_));
   EXPECT_FALSE(Filesystem::CreatePrivateFile(path_));
   ASSERT_EQ(0, symlink((dir_ / "target").c_str(), (dir_ / "link").c_str()));
-  EXPECT_FALSE(Filesystem::CreatePrivateFile(dir_ / "link"));
-  EXPECT_FALSE(Filesystem::IsFile(dir_ / "target"));
+  EXPECT_FALSE(Filesystem::CreatePrivateFile(dir_ / "link") || Filesystem::IsFile(dir_ / "target"));
 }
 
 TEST_F(FilesTest, OptionsAreLoadedChangedAndSavedAsSortedLines) {
   WriteFile(path_, "b=1\nx=a=b\n=empty name\n\nno separator\nb=2\nempty=\nlast=\r");
   ASSERT_TRUE(options_.Load());
   EXPECT_EQ(2, log_.Count("Ignoring malformed line in " + path_));
-  EXPECT_EQ("a=b", Value("x"));
-  EXPECT_EQ("", Value("empty"));
-  EXPECT_EQ("(failed)", Value("no separator"));
-  EXPECT_TRUE(options_.SetIntValue("n", -12));
+  EXPECT_EQ("a=b+(failed)", Value("x") + Value("empty") + "+" + Value("no separator"));
   int32_t number = 0;
   EXPECT_FALSE(options_.GetIntValue("x", &number));
   EXPECT_TRUE(options_.GetIntValue("b", &number) && number == 2);
-  EXPECT_TRUE(options_.SetStringValue("B", "with = and \"quotes\""));
-  EXPECT_TRUE(options_.RemoveValue("empty"));
-  EXPECT_TRUE(options_.RemoveValue("never there"));
+  EXPECT_TRUE(options_.SetStringValue("B", "with = and \"quotes\"") &&
+              options_.SetIntValue("n", -12) && options_.RemoveValue("empty") &&
+              options_.RemoveValue("never there"));
   for (const std::string name : {"a\nb", "a\\b", "a=b"}) {
     EXPECT_FALSE(options_.SetStringValue(name, "v") || options_.SetIntValue(name, 1) ||
                  options_.GetIntValue(name, &number) || options_.RemoveValue(name));
@@ -153,8 +147,7 @@ TEST_F(FilesTest, OptionsThatCannotBeReadOrWrittenFailAndSaySo) {
   EXPECT_TRUE(options_.Save());
   EXPECT_EQ("", ReadFile(path_));
   OptionsFile folder(dir_.path());
-  EXPECT_FALSE(folder.Load());
-  EXPECT_FALSE(folder.Save());
+  EXPECT_FALSE(folder.Load() || folder.Save());
   EXPECT_TRUE(log_.Contains("Could not open file, err=21\n"));
   OptionsFile full("/dev/full");
   ASSERT_TRUE(full.SetStringValue("a", "b"));

@@ -21,7 +21,7 @@
 
 namespace mpbp::test {
 
-inline constexpr int kDeadlineMs = 10'000;
+inline constexpr int kDeadlineMs = 20'000;
 
 // Calls a function for every message.
 class FunctionHandler : public MessageHandler {
@@ -61,13 +61,16 @@ class LoopTest : public testing::Test {
   }
 
   // Runs the loop until the condition holds; false after the deadline.
-  bool PumpUntil(const std::function<bool()>& condition) {
-    const uint32_t start = Time();
+  bool PumpUntil(const std::function<bool()>& condition, int ms = kDeadlineMs) {
+    const uint32_t end = TimeAfter(ms);
     while (!condition()) {
-      if (TimeDiff(Time(), start) > kDeadlineMs) return false;
-      thread_->ProcessMessages(2);
+      if (!TimeIsLater(Time(), end)) return false;
+      thread_->ProcessMessages(1);
     }
     return true;
+  }
+  void RunFor(int ms) {
+    PumpUntil([] { return false; }, ms);
   }
   // Lets everything that is ready happen.
   void Drain() {

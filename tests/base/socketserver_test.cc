@@ -10,6 +10,7 @@
 #include "base/asyncsocketdispatcher.h"
 #include "tests/base/looptest.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/scoped_limit.h"
 
 namespace mpbp {
 namespace {
@@ -53,28 +54,31 @@ class Watcher : public SlotOwner, public test::EventRecord {
 
 class SocketServerTest : public test::LoopTest {
  protected:
+  // A connection, with its first events over and forgotten.
   struct Pair {
+    explicit Pair(SocketServerTest& test) : client(test.MakeSocket()) {
+      const auto listener = test.MakeListener();
+      EXPECT_EQ(client->Connect(listener->GetLocalAddress()), 0);
+      EXPECT_TRUE(test.PumpUntil([&] {
+        if (!accepted) accepted = listener->Accept(nullptr);
+        return accepted && watcher.Saw("connect");
+      }));
+      test.Drain();
+      watcher.events.clear();
+    }
+    void MakeClientReadable() const { EXPECT_EQ(accepted->Send("x", 1), 1); }
+
     Socket client;
     Socket accepted;
+    Watcher watcher{client};
   };
 
+  Socket MakeSocket() { return server()->CreateAsyncSocket(SOCK_STREAM); }
   Socket MakeListener() {
-    auto listener = server()->CreateAsyncSocket(SOCK_STREAM);
+    auto listener = MakeSocket();
     EXPECT_EQ(listener->Bind(SocketAddress::Loopback(0)), 0);
     EXPECT_EQ(listener->Listen(5), 0);
     return listener;
-  }
-  Pair MakePair() {
-    const auto listener = MakeListener();
-    Pair pair{server()->CreateAsyncSocket(SOCK_STREAM), nullptr};
-    Watcher watcher(pair.client);
-    EXPECT_EQ(pair.client->Connect(listener->GetLocalAddress()), 0);
-    EXPECT_TRUE(PumpUntil([&] {
-      if (!pair.accepted) pair.accepted = listener->Accept(nullptr);
-      return pair.accepted && watcher.Saw("connect");
-    }));
-    Drain();  // the write events of a fresh connection
-    return pair;
   }
 };
 
@@ -85,7 +89,7 @@ TEST_F(SocketServerTest, ConnectionsAreAcceptedOneAfterAnother) {
   at_listener.then = [&](const std::string&) { accepted.push_back(listener->Accept(nullptr)); };
   std::vector<Socket> clients;
   for (size_t i = 0; i < 4; ++i) {
-    clients.push_back(server()->CreateAsyncSocket(SOCK_STREAM));
+    clients.push_back(MakeSocket());
     ASSERT_EQ(clients.back()->Connect(listener->GetLocalAddress()), 0);
   }
   Watcher at_client(clients.back());
@@ -98,19 +102,14 @@ TEST_F(SocketServerTest, ConnectionsAreAcceptedOneAfterAnother) {
 
 TEST_F(SocketServerTest, TheEndOfTheStreamIsReportedAfterItsDataAndNotByReceiving) {
   for (const std::string data : {"last words", ""}) {
-    Pair pair = MakePair();
-    Watcher watcher(pair.client);
-    watcher.portion = 2;  // small: the data takes several events
+    Pair pair(*this);
+    pair.watcher.portion = 2;  // small: the data takes several events
     pair.accepted->Send(data.data(), data.size());
     pair.accepted->Close();
-    char byte = 0;
-    if (data.empty()) {
-      EXPECT_EQ(pair.client->Recv(&byte, 1), -1);
-      EXPECT_EQ(pair.client->GetError(), EWOULDBLOCK);
-    }
-    ASSERT_TRUE(PumpUntil([&] { return watcher.Saw("close 0"); }));
-    EXPECT_EQ(watcher.got, data);
-    EXPECT_EQ(watcher.events.back(), "close 0");
+    if (data.empty()) pair.watcher.Receive(pair.client.get());
+    ASSERT_TRUE(PumpUntil([&] { return pair.watcher.Saw("close 0"); }));
+    EXPECT_EQ(pair.watcher.got, data);
+    EXPECT_EQ(pair.watcher.events.back(), "close 0");
     // No signal ends the process.
     EXPECT_TRUE(PumpUntil([&] { return pair.client->Send("x", 1) < 0; }));
     EXPECT_THAT(pair.client->GetError(), testing::AnyOf(EPIPE, ECONNRESET));
@@ -118,25 +117,21 @@ TEST_F(SocketServerTest, TheEndOfTheStreamIsReportedAfterItsDataAndNotByReceivin
 }
 
 TEST_F(SocketServerTest, SendingGoesOnAfterShortCounts) {
-  Pair pair = MakePair();
+  Pair pair(*this);
   std::string sent(6'000'000, ' ');
   for (size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<char>(i * 31 % 251);
   size_t offset = 0;
   bool stalled = false;
-  Watcher writer(pair.client);
-  writer.then = [&](const std::string& event) {
+  pair.watcher.then = [&](const std::string& event) {
     // One call an event: a short count alone must bring the next one.
     const size_t left = sent.size() - offset;
     if (event != "write" || left == 0) return;
     const int count = pair.client->Send(sent.data() + offset, left);
     stalled = stalled || count < 0 || static_cast<size_t>(count) < left;
-    if (count > 0) {
-      offset += static_cast<size_t>(count);
-    } else {
-      EXPECT_TRUE(IsBlockingError(pair.client->GetError()));
-    }
+    if (count > 0) offset += static_cast<size_t>(count);
+    EXPECT_TRUE(count > 0 || IsBlockingError(pair.client->GetError()));
   };
-  writer.then("write");
+  pair.watcher.then("write");
   EXPECT_TRUE(stalled);
   Drain();  // the peer's buffer is full now
   Watcher reader(pair.accepted);
@@ -150,12 +145,11 @@ TEST_F(SocketServerTest, SendingGoesOnAfterShortCounts) {
 TEST_F(SocketServerTest, AHandlerMayCloseOrDeleteItsOwnSocketOrAnother) {
   for (const bool destroy : {false, true}) {
     for (const bool own : {false, true}) {
-      Pair pairs[] = {MakePair(), MakePair()};
-      Watcher watchers[] = {Watcher(pairs[0].client), Watcher(pairs[1].client)};
+      Pair pairs[] = {Pair(*this), Pair(*this)};
       int reads = 0;
       for (const size_t i : {0, 1}) {
         // Both are readable in one round; the first handler ends the one socket, or the other.
-        watchers[i].then = [&, i](const std::string& event) {
+        pairs[i].watcher.then = [&, i](const std::string& event) {
           if (event != "read") return;
           ++reads;
           Socket& chosen = pairs[own ? i : 1 - i].client;
@@ -163,7 +157,7 @@ TEST_F(SocketServerTest, AHandlerMayCloseOrDeleteItsOwnSocketOrAnother) {
           chosen->Close();
           if (destroy) chosen.reset();
         };
-        ASSERT_EQ(pairs[i].accepted->Send("x", 1), 1);
+        pairs[i].MakeClientReadable();
       }
       ASSERT_TRUE(PumpUntil([&] { return reads > 0; }));
       Drain();
@@ -173,35 +167,33 @@ TEST_F(SocketServerTest, AHandlerMayCloseOrDeleteItsOwnSocketOrAnother) {
 }
 
 TEST_F(SocketServerTest, ADescriptorNumberUsedAgainWithinARoundGetsNoOldEvents) {
-  Pair first = MakePair();
-  Pair second = MakePair();
-  Watcher at_first(first.client);
+  Pair first(*this);
+  Pair second(*this);
   Socket fresh;
   std::unique_ptr<Watcher> at_fresh;
-  at_first.then = [&](const std::string& event) {
+  first.watcher.then = [&](const std::string& event) {
     if (event != "read" || fresh) return;
     const int old = Descriptor(second.client);
     second.client.reset();      // readable as well
     std::vector<Socket> lower;  // take the free numbers below
     while (!fresh || Descriptor(fresh) < old) {
       lower.push_back(std::move(fresh));
-      fresh = server()->CreateAsyncSocket(SOCK_STREAM);
+      fresh = MakeSocket();
     }
     EXPECT_EQ(Descriptor(fresh), old);
     at_fresh = std::make_unique<Watcher>(fresh);
   };
-  ASSERT_EQ(second.accepted->Send("x", 1), 1);
-  ASSERT_EQ(first.accepted->Send("x", 1), 1);
+  second.MakeClientReadable();
+  first.MakeClientReadable();
   ASSERT_TRUE(PumpUntil([&] { return fresh != nullptr; }));
   EXPECT_THAT(at_fresh->events, IsEmpty());
 }
 
 TEST_F(SocketServerTest, ASocketThatIsConnectedAgainInItsHandlerGetsNoOldEvents) {
   const auto listener = MakeListener();
-  Pair pair = MakePair();
-  Watcher watcher(pair.client);
-  watcher.then = [&](const std::string& event) {
-    if (event != "read" || watcher.events.size() > 1) return;
+  Pair pair(*this);
+  pair.watcher.then = [&](const std::string& event) {
+    if (event != "read" || pair.watcher.events.size() > 1) return;
     pair.client->Close();
     EXPECT_EQ(pair.client->Connect(listener->GetLocalAddress()), 0);
   };
@@ -211,92 +203,80 @@ TEST_F(SocketServerTest, ASocketThatIsConnectedAgainInItsHandlerGetsNoOldEvents)
   const std::string much(8'000'000, 'x');
   ASSERT_LT(pair.client->Send(much.data(), much.size()), 8'000'000);
   while (pair.accepted->Recv(bytes.data(), bytes.size()) > 0) continue;
-  ASSERT_EQ(pair.accepted->Send("x", 1), 1);
-  ASSERT_TRUE(PumpUntil([&] { return watcher.Saw("write"); }));
-  EXPECT_THAT(watcher.events, ElementsAre("read", "connect", "write"));
+  pair.MakeClientReadable();
+  ASSERT_TRUE(PumpUntil([&] { return pair.watcher.Saw("write"); }));
+  EXPECT_THAT(pair.watcher.events, ElementsAre("read", "connect", "write"));
 }
 
 TEST_F(SocketServerTest, WaitingWithoutTimeEndsThoughASocketStaysReady) {
-  Pair pair = MakePair();
-  Watcher watcher(pair.client);
+  Pair pair(*this);
   const uint32_t end = TimeAfter(test::kDeadlineMs);
-  watcher.then = [&](const std::string&) {
+  pair.watcher.then = [&](const std::string&) {
     // Armed again, and nothing is read.
     char byte = 0;
     if (TimeIsLater(Time(), end)) pair.client->Recv(&byte, 0);
   };
-  ASSERT_EQ(pair.accepted->Send("x", 1), 1);
-  ASSERT_TRUE(PumpUntil([&] { return watcher.Saw("read"); }));
-  EXPECT_TRUE(server()->Wait(0, true));
-  EXPECT_TRUE(thread_->ProcessMessages(0));
-  EXPECT_GT(watcher.events.size(), 2u);
+  pair.MakeClientReadable();
+  ASSERT_TRUE(PumpUntil([&] { return pair.watcher.Saw("read"); }));
+  EXPECT_TRUE(server()->Wait(0, true) && thread_->ProcessMessages(0));
+  EXPECT_GT(pair.watcher.events.size(), 2u);
   EXPECT_TRUE(TimeIsLater(Time(), end));
 }
 
 TEST_F(SocketServerTest, WakeUpFromAnotherThreadEndsAWaitWithoutLimitEvenWithoutIo) {
-  Pair pair = MakePair();
-  Watcher watcher(pair.client);
-  ASSERT_EQ(pair.accepted->Send("x", 1), 1);
+  Pair pair(*this);
+  pair.MakeClientReadable();
   EXPECT_TRUE(server()->Wait(10, false));
   std::thread waker([this] {
     for (int i = 0; i < 100; ++i) server()->WakeUp();
   });
   EXPECT_TRUE(server()->Wait(kForever, false));
   waker.join();
-  EXPECT_THAT(watcher.events, IsEmpty());
+  EXPECT_THAT(pair.watcher.events, IsEmpty());
   // Further wake-ups cost at most one more round.
   EXPECT_TRUE(server()->Wait(0, true));
   const uint32_t start = Time();
   EXPECT_TRUE(server()->Wait(20, true));
   EXPECT_GE(TimeDiff(Time(), start), 19);
-  EXPECT_THAT(watcher.events, ElementsAre("read"));
+  EXPECT_THAT(pair.watcher.events, ElementsAre("read"));
 }
 
 TEST_F(SocketServerTest, AWakeUpIsNotLostWhenAHandlerOfTheSameRoundWaitsAgain) {
-  Pair pair = MakePair();
-  Watcher watcher(pair.client);
-  watcher.portion = 8;
-  watcher.then = [&](const std::string&) { EXPECT_TRUE(server()->Wait(0, true)); };
-  ASSERT_EQ(pair.accepted->Send("x", 1), 1);
+  Pair pair(*this);
+  pair.watcher.portion = 8;
+  pair.watcher.then = [&](const std::string&) { EXPECT_TRUE(server()->Wait(0, true)); };
+  pair.MakeClientReadable();
   server()->WakeUp();
   const uint32_t start = Time();
   EXPECT_TRUE(server()->Wait(2 * test::kDeadlineMs, true));
-  EXPECT_THAT(watcher.events, ElementsAre("read"));
+  EXPECT_THAT(pair.watcher.events, ElementsAre("read"));
   EXPECT_LT(TimeDiff(Time(), start), test::kDeadlineMs);
 }
 
 TEST_F(SocketServerTest, SocketsTakeTheirOptionsAndAreNotInherited) {
-  Pair pair = MakePair();
+  const Pair pair(*this);
   for (const Socket* const socket : {&pair.client, &pair.accepted}) {
     EXPECT_EQ(fcntl(Descriptor(*socket), F_GETFD), FD_CLOEXEC);
   }
-  const struct {
-    SocketOption option;
-    int set;
-    int got;  // the system doubles the sizes of buffers
-  } kCases[] = {{OPT_NO_DELAY, 1, 1},
-                {OPT_NO_DELAY, 0, 0},
-                {OPT_DONT_FRAGMENT, 1, 1},
-                {OPT_DONT_FRAGMENT, 0, 0},
-                {OPT_SEND_BUFFER, 20'000, 40'000},
-                {OPT_RECV_BUFFER, 10'000, 20'000}};
-  int value = -1;
-  for (const auto& test_case : kCases) {
-    EXPECT_EQ(pair.client->SetOption(test_case.option, test_case.set), 0);
-    EXPECT_EQ(pair.client->GetOption(test_case.option, &value), 0);
-    EXPECT_EQ(value, test_case.got) << test_case.option;
+  using Values = std::vector<std::pair<SocketOption, int>>;
+  for (const Values& values : {Values{{OPT_NO_DELAY, 1},
+                                      {OPT_DONT_FRAGMENT, 1},
+                                      {OPT_SEND_BUFFER, 20'000},
+                                      {OPT_RECV_BUFFER, 10'000}},
+                               Values{{OPT_NO_DELAY, 0}, {OPT_DONT_FRAGMENT, 0}}}) {
+    for (const auto& [option, set] : values) EXPECT_EQ(pair.client->SetOption(option, set), 0);
+    for (const auto& [option, set] : values) {
+      int got = -1;
+      EXPECT_EQ(pair.client->GetOption(option, &got), 0);
+      EXPECT_EQ(got, set > 1 ? 2 * set : set) << option;  // the system doubles sizes of buffers
+    }
   }
-  EXPECT_EQ(pair.client->GetOption(OPT_SEND_BUFFER, &value), 0);
-  EXPECT_EQ(value, 40'000);
   EXPECT_EQ(pair.client->SetOption(OPT_DSCP, 1), -1);
 }
 
 TEST_F(SocketServerTest, DescriptorsThatSelectCannotWatchAreRefused) {
-  rlimit saved{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
-  rlimit high = saved;
-  high.rlim_cur = std::max<rlim_t>(saved.rlim_cur, FD_SETSIZE + 100);
-  if (setrlimit(RLIMIT_NOFILE, &high) != 0) GTEST_SKIP() << "the limit cannot be raised";
+  const test::ScopedLimit limit(RLIMIT_NOFILE, FD_SETSIZE + 100);
+  if (!limit.done()) GTEST_SKIP() << "the limit cannot be raised";
   std::vector<int> fds;  // every number below the bound
   const auto duplicate = [] { return fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0); };
   do fds.push_back(duplicate());
@@ -305,7 +285,7 @@ TEST_F(SocketServerTest, DescriptorsThatSelectCannotWatchAreRefused) {
   close(fds.back());  // it is the next one's again
   fds.pop_back();
 
-  EXPECT_EQ(server()->CreateAsyncSocket(SOCK_STREAM), nullptr);
+  EXPECT_EQ(MakeSocket(), nullptr);
   EXPECT_EQ(server()->CreateSocket(SOCK_STREAM), nullptr);
   EXPECT_EQ(server()->WrapSocket(duplicate()), nullptr);
   {
@@ -318,9 +298,7 @@ TEST_F(SocketServerTest, DescriptorsThatSelectCannotWatchAreRefused) {
   const int next = duplicate();
   EXPECT_EQ(next, fds.back() + 1);  // nothing was left open
   close(next);
-
   for (const int fd : fds) close(fd);
-  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
 }
 
 TEST_F(SocketServerTest, AtTheDescriptorLimitAcceptingRestsAndThenGoesOn) {
@@ -334,27 +312,22 @@ TEST_F(SocketServerTest, AtTheDescriptorLimitAcceptingRestsAndThenGoesOn) {
     accepted = listener->Accept(nullptr);
     if (watcher.events.size() % 4 == 0) server()->WakeUp();
   };
-  const auto client = server()->CreateAsyncSocket(SOCK_STREAM);
+  const auto client = MakeSocket();
   ASSERT_EQ(client->Connect(listener->GetLocalAddress()), 0);
-  rlimit saved{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
   const int next = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
   close(next);
-  const rlimit none_left{static_cast<rlim_t>(next), saved.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none_left), 0);
+  auto none_left = std::make_unique<test::ScopedLimit>(RLIMIT_NOFILE, static_cast<rlim_t>(next));
   const test::CapturedLog log;
   const uint32_t start = Time();
   // One long wait: nothing else ends it or makes it look again.
   EXPECT_TRUE(server()->Wait(test::kDeadlineMs, true));
   const int32_t elapsed = TimeDiff(Time(), start);
-  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+  none_left.reset();
   EXPECT_EQ(watcher.events.size(), 4u);
   EXPECT_EQ(accepted, nullptr);
   EXPECT_GE(elapsed, 3 * 99);
   EXPECT_LE(log.Count("Cannot accept a connection"), 1 + elapsed / 1000);
-  EXPECT_EQ(log.Count("Cannot accept a connection, err=" + std::to_string(EMFILE)),
-            log.Count("Cannot accept a connection"));
-  EXPECT_TRUE(log.Contains("Cannot accept a connection"));
+  EXPECT_TRUE(log.Contains("Cannot accept a connection, err=" + std::to_string(EMFILE)));
   EXPECT_TRUE(PumpUntil([&] { return accepted != nullptr; }));
 }
 
@@ -363,13 +336,13 @@ TEST_F(SocketServerTest, ASocketMayGoBeforeOrWhenItsHostNameIsResolved) {
   const SocketAddress address("localhost", listener->GetLocalAddress().port());
   // One that goes before its name is found, and one whose name cannot be found.
   const int descriptors = test::OpenDescriptors();
-  auto gone = server()->CreateAsyncSocket(SOCK_STREAM);
+  auto gone = MakeSocket();
   ASSERT_EQ(gone->Connect(address), 0);
   EXPECT_EQ(gone->GetState(), SOCKET_CONNECTING);
   gone->Close();
   EXPECT_EQ(gone->GetState(), SOCKET_CLOSED);
   gone.reset();
-  auto lost = server()->CreateAsyncSocket(SOCK_STREAM);
+  auto lost = MakeSocket();
   Watcher at_lost(lost);
   at_lost.then = [&](const std::string&) { lost.reset(); };
   ASSERT_EQ(lost->Connect(SocketAddress("does-not-exist.invalid", 80)), 0);

@@ -2,12 +2,10 @@
 import json
 import os
 import pathlib
-import queue
 import shutil
 import signal
 import subprocess
 import tempfile
-import threading
 import time
 import unittest
 
@@ -57,7 +55,7 @@ class Profile:
 
 
 class Browser:
-    """A running mpbp-browser, of whichever Qt. Its console lines are read in the background."""
+    """A running mpbp-browser, of whichever Qt."""
 
     def __init__(self, profile, arguments):
         self.record = profile.path / "processes"
@@ -67,41 +65,38 @@ class Browser:
             f"--ppapi-plugin-launcher={wrapper} --renderer-cmd-prefix={wrapper}")
         command = [PROGRAM, "--headless", "--profile", profile.path, "--module", MODULE]
         command += ["--in-process"] * IN_PROCESS + list(arguments)
-        self.process = subprocess.Popen(
-            command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE, encoding="utf-8", errors="replace")
-        self.output = []
-        self._lines = queue.Queue()
-        # Two pipes: in one, the logs of other processes would cut long console lines in two.
-        self._readers = [threading.Thread(target=self._read, args=stream) for stream in (
-            (self.process.stdout, self._lines), (self.process.stderr, None))]
-        for reader in self._readers:
-            reader.start()
-
-    def _read(self, stream, lines):
-        for line in stream:
-            self.output.append(line)
-            if lines is not None:
-                lines.put(line)
-        if lines is not None:
-            lines.put(None)
+        # Two files: in one, the logs of other processes would cut long console lines in two.
+        (console, self.console), (log, self.log) = (
+            tempfile.mkstemp(dir=profile.path) for _ in range(2))
+        self.process = subprocess.Popen(command, env=environment, stdin=subprocess.DEVNULL,
+                                        stdout=console, stderr=log)
+        os.close(console)
+        os.close(log)
+        self.lines_read = 0
 
     def report(self, name):
         """The value that a page reported under `name`; whatever it prints before is skipped."""
         deadline = time.monotonic() + TIMEOUT
-        try:
-            while line := self._lines.get(timeout=max(0.01, deadline - time.monotonic())):
+        ended = False
+        while not ended and time.monotonic() < deadline:
+            ended = self.process.poll() is not None
+            for line in self.output(self.console).split("\n")[self.lines_read:-1]:
+                self.lines_read += 1
                 if "] uncaught: " in line:
+                    deadline = 0
                     break
                 _, mark, value = line.partition(f"] report {name} ")
                 if mark:
                     return json.loads(value)
-        except queue.Empty:
-            pass
+            time.sleep(0.02)
         raise AssertionError(f"no report of {name}, at its end or in time:\n" + self.said())
 
+    @staticmethod
+    def output(path):
+        return pathlib.Path(path).read_text(encoding="utf-8", errors="replace")
+
     def said(self):
-        return "".join(self.output[-60:])
+        return self.output(self.console)[-9000:] + self.output(self.log)[-9000:]
 
     def wait(self):
         """The exit status, after the end by itself."""
@@ -111,13 +106,6 @@ class Browser:
         """Ends the browser with this signal; its exit status."""
         self.process.send_signal(number)
         return self.wait()
-
-    def drain(self):
-        """Reads to the end of the output, which an engine started by the module holds open too."""
-        for reader in self._readers:
-            reader.join()
-        self.process.stdout.close()
-        self.process.stderr.close()
 
 
 class BrowserTestCase(unittest.TestCase):
@@ -171,5 +159,3 @@ class BrowserTestCase(unittest.TestCase):
         for pid in self.profile.processes():
             os.kill(pid, signal.SIGTERM)
         self.wait_until(lambda: not self.profile.processes(), "the end of the engine")
-        for browser in self.browsers:
-            browser.drain()

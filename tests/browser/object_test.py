@@ -31,6 +31,6 @@ class ObjectTest(BrowserTestCase):
         # Pages in several processes share the log file, and each process begins it anew; what the
         # log says on standard error stays.
         self.wait_until(lambda: f"http://{CORP_HOST}/page.html?refused is not an allowed URL.\n"
-                        in "".join(browser.output), "the refusal in the log")
+                        in browser.output(browser.log), "the refusal in the log")
         self.assertEqual([], self.profile.engines())
         self.assertFalse((self.profile.folder / "murmelparlplugin_port").exists())

@@ -45,9 +45,8 @@ class ProgramTest(BrowserTestCase):
         browser = self.open((page, "https://shown.example/a"), arguments=[
             "--dark", "--run-for", "1", "--window", "400x300", "--screenshot", picture])
         self.assertEqual(0, browser.wait())
-        browser.drain()
         self.assertIn("[page 1 warning script.js:2] https://shown.example/a ä rgb(1, 2, 3) true\n",
-                      browser.output)
+                      browser.output(browser.console))
         self.assertEqual((400, 300), struct.unpack(">II", picture.read_bytes()[16:24]))
 
     def test_the_page_decides_the_status_and_a_failed_load_is_one(self):

@@ -16,6 +16,7 @@
 #include "base/timeutils.h"
 #include "plugin/mpbp/common/clientchannel.h"
 #include "pluginmessagesocket.h"
+#include "tests/base/looptest.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/fake_engine.h"
 #include "tests/support/scoped_env.h"
@@ -23,7 +24,6 @@
 namespace mpbp::test {
 
 constexpr int kTimeScale = 50;
-constexpr int kDeadlineMs = 30000;
 
 // Time and the launching of engines are the test's. Online checks come when the test runs them:
 // those that came by themselves would meet other states on a slow machine.
@@ -82,34 +82,15 @@ class TestDelegate final : public ClientChannelDelegate {
   std::string proxy_reply;
 };
 
-class ChannelTest : public testing::Test {
+class ChannelTest : public LoopTest {
  protected:
-  ChannelTest() : thread_(ThreadManager::Instance().WrapCurrentThread()) {}
-  ~ChannelTest() override {
-    channel_.reset();
-    engine_.reset();
-    ThreadManager::Instance().UnwrapCurrentThread();
-  }
-
   bool Start() {
     return channel_->Start(std::make_unique<PluginMessageSocket>()) == LinkAttempt::UNDER_WAY;
   }
   void StartEngine(bool mute = false) { engine_ = std::make_unique<FakeEngine>(mute); }
 
-  // Serves the thread until `predicate` holds; false when it did not in time.
-  bool RunUntil(const std::function<bool()>& predicate, int ms = kDeadlineMs) {
-    const uint32_t end = TimeAfter(ms);
-    while (!predicate()) {
-      if (!TimeIsLater(Time(), end)) return false;
-      thread_->ProcessMessages(1);
-    }
-    return true;
-  }
-  void RunFor(int ms) {
-    RunUntil([] { return false; }, ms);
-  }
   bool RunUntilText(const std::string& text, size_t count = 1) {
-    return RunUntil([&] { return CountTexts(text) >= count; });
+    return PumpUntil([&] { return CountTexts(text) >= count; });
   }
   size_t CountTexts(const std::string& text) const {
     return static_cast<size_t>(std::count(page_.texts.begin(), page_.texts.end(), text));
@@ -124,16 +105,14 @@ class ChannelTest : public testing::Test {
     channel_->OnMessage(&message);
   }
   // Up to "f-ready", and beyond it to the state that a "qw" text brings.
-  void ConnectToEngine(bool ready_state = true) {
+  void ConnectToEngine() {
     if (!engine_) StartEngine();
     ASSERT_TRUE(Start());
     ASSERT_TRUE(RunUntilText(kReadyText));
-    if (!ready_state) return;
     engine_->Send("[\"qw\",1]");
-    ASSERT_TRUE(RunUntil([this] { return channel_->state() == ChannelState::READY; }));
+    ASSERT_TRUE(PumpUntil([this] { return channel_->state() == ChannelState::READY; }));
   }
 
-  std::unique_ptr<Thread> thread_;
   ScopedAppData app_data_;
   TestDelegate page_;
   std::unique_ptr<FakeEngine> engine_;

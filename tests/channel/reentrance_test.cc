@@ -1,44 +1,30 @@
 // The page acts from inside its own callback, at every text it can get. Whatever it does, nothing
 // that is gone may be touched: the sanitizers look on.
+#include <map>
+
 #include "tests/channel/channel_fixture.h"
 
 namespace mpbp::test {
 namespace {
 
-enum class Act { KILL, STOP, DESTROY, RESTART, DETACH, KILL_AND_DESTROY };
+class Reentrance : public ChannelTest,
+                   public testing::WithParamInterface<std::tuple<const char*, int>> {
+ protected:
+  void Do(const std::string& act) { acts_.at(act)(); }
 
-struct Reentrance : ChannelTest, testing::WithParamInterface<std::tuple<Act, int>> {
-  void Do(Act act) {
-    switch (act) {
-      case Act::KILL:
-        EXPECT_TRUE(channel_->Send("[\"kill\",true]"));
-        break;
-      case Act::STOP:
-        if (channel_->IsRunning()) channel_->Stop();
-        break;
-      case Act::DESTROY:
-        Destroy();
-        break;
-      case Act::RESTART:
-        if (channel_->IsRunning()) channel_->Stop();
-        Start();
-        break;
-      case Act::DETACH:
-        channel_->Detach();
-        break;
-      case Act::KILL_AND_DESTROY:
-        EXPECT_TRUE(channel_->Send("[\"kill\",true]"));
-        Destroy();
-        break;
-    }
-  }
-
-  void Destroy() {
-    if (!channel_) return;
-    if (channel_->IsRunning()) channel_->Stop();
-    channel_->Detach();
-    channel_.reset();
-  }
+  std::map<std::string, std::function<void()>> acts_ = {
+      {"Kill", [this] { EXPECT_TRUE(channel_->Send("[\"kill\",true]")); }},
+      {"Stop",
+       [this] {
+         if (channel_->IsRunning()) channel_->Stop();
+       }},
+      {"Restart", [this] { Do("Stop"), Start(); }},
+      {"Detach", [this] { channel_->Detach(); }},
+      {"Destroy", [this] { Do("Stop"), Do("Detach"), channel_.reset(); }},
+      {"KillAndDestroy", [this] {
+         Do("Kill");
+         if (channel_) Do("Destroy");
+       }}};
 };
 
 TEST_P(Reentrance, ThePageMayActInsideAnyText) {
@@ -53,50 +39,39 @@ TEST_P(Reentrance, ThePageMayActInsideAnyText) {
   // No engine, then one that dies after it spoke, then one that dies before: every text there is.
   Start();
   StartEngine();
-  RunUntil([&] { return acted || CountTexts(kReadyText) == 1; });
+  PumpUntil([&] { return acted || CountTexts(kReadyText) == 1; });
   if (!acted) engine_->Send("[\"qw\"]");
   if (!acted) engine_->Send("[\"text\"]");
-  RunUntil([&] { return acted || CountTexts("[\"text\"]") == 1; });
+  PumpUntil([&] { return acted || CountTexts("[\"text\"]") == 1; });
   if (!acted) engine_.reset();
-  RunUntil([&] { return acted || CountTexts(kDeadText) == 1; });
+  PumpUntil([&] { return acted || CountTexts(kDeadText) == 1; });
   if (!engine_) StartEngine();
-  RunUntil([&] { return acted || CountTexts(kReadyText) == 2; });
+  PumpUntil([&] { return acted || CountTexts(kReadyText) == 2; });
   if (!acted) engine_->DropLink();
-  RunUntil([&] { return acted || CountTexts(kDeadText) == 2; });
+  PumpUntil([&] { return acted || CountTexts(kDeadText) == 2; });
   EXPECT_TRUE(acted) << "there were " << page_.texts.size() << " texts";
   RunFor(2500 / kTimeScale);
-  if (act == Act::RESTART) {
-    EXPECT_TRUE(channel_->IsRunning());
-  } else if (channel_ && act != Act::DETACH) {
-    EXPECT_FALSE(channel_->IsRunning());
-  }
+  const std::string name = act;
+  EXPECT_TRUE(!channel_ || name == "Detach" || channel_->IsRunning() == (name == "Restart"));
 }
 
-std::string Name(const testing::TestParamInfo<std::tuple<Act, int>>& info) {
-  static const char* const kNames[] = {"Kill",    "Stop",   "Destroy",
-                                       "Restart", "Detach", "KillAndDestroy"};
-  return std::string(kNames[static_cast<int>(std::get<0>(info.param))]) + "At" +
-         std::to_string(std::get<1>(info.param));
-}
-
+constexpr const char* kActs[] = {"Kill", "Stop", "Restart", "Detach", "Destroy", "KillAndDestroy"};
 INSTANTIATE_TEST_SUITE_P(Acts, Reentrance,
-                         testing::Combine(testing::Values(Act::KILL, Act::STOP, Act::DESTROY,
-                                                          Act::RESTART, Act::DETACH,
-                                                          Act::KILL_AND_DESTROY),
-                                          testing::Range(0, 13)),
-                         Name);
+                         testing::Combine(testing::ValuesIn(kActs), testing::Range(0, 13)),
+                         [](const auto& each) {
+                           return std::string(std::get<0>(each.param)) + "At" +
+                                  std::to_string(std::get<1>(each.param));
+                         });
 
 TEST_F(ChannelTest, ANestedLoopOfThePageDoesNotServeTheThreadUnderneath) {
-  struct Handler : MessageHandler {
-    void OnMessage(Message*) override { ++calls; }
-    int calls = 0;
-  } handler;
+  int calls = 0;
+  FunctionHandler handler([&](Message*) { ++calls; });
   // In every text of Start, of the handshake and of the engine.
   page_.on_text = [&](const std::string&) {
-    handler.calls = 0;
+    calls = 0;
     thread_->Post(&handler);
     channel_->browser_thread()->Pump();
-    EXPECT_EQ(handler.calls, 0);
+    EXPECT_EQ(calls, 0);
   };
   StartEngine();
   ASSERT_TRUE(Start());
@@ -111,7 +86,7 @@ TEST_F(ChannelTest, ANestedLoopOfThePageDoesNotServeTheThreadUnderneath) {
   EXPECT_THAT(page_.texts,
               testing::ElementsAre(Step(0), Step(1), Step(3), kReadyText, "[\"last\"]"));
   channel_->browser_thread()->Pump();
-  EXPECT_EQ(handler.calls, 1);
+  EXPECT_EQ(calls, 1);
 }
 
 }  // namespace

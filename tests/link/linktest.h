@@ -55,7 +55,9 @@ class RawPeer : public SlotOwner {
   void SendBytes(const std::string& bytes) {
     EXPECT_EQ(socket->Send(bytes.data(), bytes.size()), static_cast<int>(bytes.size()));
   }
-  void SendFrame(uint16_t type, const std::string& data) { SendBytes(Framed(type, data)); }
+  void SendFrames(const FrameList& sent) {
+    for (const auto& [type, data] : sent) SendBytes(Framed(type, data));
+  }
   static std::string Framed(uint16_t type, const std::string& data) {
     ByteBuffer buffer;
     WriteFrame(type, data, buffer);
@@ -141,12 +143,14 @@ class LinkTest : public LoopTest, public SlotOwner {
   // Of the connection accepted last, from its first event on.
   std::unique_ptr<LinkWatcher> at_accepted_;
   std::function<void(const std::string& event)> accepted_then_;
+  std::function<void()> on_accept_;
 
  private:
   void OnAccepted(MessageSocket*, std::unique_ptr<MessageSocket>& socket) {
     accepted_.push_back(std::move(socket));
     at_accepted_ = std::make_unique<LinkWatcher>(accepted_.back().get());
     at_accepted_->then = accepted_then_;
+    if (on_accept_) on_accept_();
   }
 };
 

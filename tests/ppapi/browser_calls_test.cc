@@ -96,7 +96,7 @@ TEST_F(BrowserCallsTest, ThePageMayGoInsideEveryCall) {
 
 TEST_F(BrowserCallsTest, CallbacksMayComeInsideTheCall) {
   host_.options() = {.complete_inside = true, .parl = {.offer_2_0 = true}};
-  OpenPage();
+  ConnectPage();
   // 20,000 reads, none of which may leave anything on the stack.
   EXPECT_THAT(Ask({HttpRequest("/big")}, 1), ElementsAre(HasSubstr(std::string(20 << 20, 'x'))));
   EXPECT_THAT(Ask({R"(["mpbp-request-permission","a",1,7])"}, 1),
@@ -110,7 +110,7 @@ TEST_F(BrowserCallsTest, CallbacksMayComeInsideTheCall) {
   page_.reset();
   host_.Unload();
   host_.options().parl = {};
-  OpenPage();
+  ConnectPage();
   EXPECT_THAT(Ask({R"(["mpbp-request-permission","a",1,7])"}, 1),
               ElementsAre(R"(["mpbp-request-permission-result",1,"a",7,false])"));
 }

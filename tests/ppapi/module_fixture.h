@@ -59,6 +59,11 @@ class ModuleTest : public testing::Test {
   bool RunUntilText(const std::string& text, size_t count = 1) {
     return RunUntil([&] { return CountTexts(text) >= count; });
   }
+  std::string Version() {
+    const host::Value version = page_->Get("version").value;
+    const auto* const text = std::get_if<std::string>(&version);
+    return text ? *text : "none";
+  }
   std::string Log() const { return ReadFile(app_data_.folder() + "mpbppapiplugin.log"); }
 
   ScopedAppData app_data_;
@@ -87,11 +92,14 @@ class FakeEngineTest : public ModuleTest {
         },
         ms);
   }
+  // Up to "f-ready"; what the page and the engine received before is forgotten.
   void ConnectPage() {
+    texts_.clear();
     CreatePage();
-    ASSERT_TRUE(page_->has_plugin());
     ASSERT_EQ(Listen(), std::nullopt);
     ASSERT_TRUE(RunUntilText(kReady));
+    texts_.clear();
+    engine_->received.clear();
   }
 
   std::unique_ptr<Thread> thread_;

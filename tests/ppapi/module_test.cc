@@ -14,16 +14,14 @@ TEST_F(ModuleTest, OffersItsTablesOnlyWhileItIsThere) {
                                  "PPP_Instance_Private;0.1"}) {
     EXPECT_NE(host_.ModuleInterface(name), nullptr) << name;
   }
-  EXPECT_EQ(host_.ModuleInterface("PPP_Instance;1.0"), nullptr);
-  EXPECT_EQ(host_.ModuleInterface(""), nullptr);
+  EXPECT_FALSE(host_.ModuleInterface("PPP_Instance;1.0") || host_.ModuleInterface(""));
   EXPECT_THAT(host_.asked_interfaces(), testing::Contains("PPB_View;1.1"));
 }
 
 TEST_F(ModuleTest, IsLoadedUsedAndUnloadedAgainAndAgain) {
   for (int round = 0; round < 3; ++round) {
     CreatePage();
-    ASSERT_TRUE(page_->has_plugin()) << round;
-    EXPECT_EQ(std::get<std::string>(page_->Get("version").value), "5.1.7.0");
+    EXPECT_EQ(Version(), "5.1.7.0") << round;
     page_.reset();
     host_.Unload();
     EXPECT_EQ(host_.leaked(), 0u);
@@ -50,9 +48,7 @@ TEST_F(ModuleTest, ServesOnlyAllowedPages) {
 
 TEST_F(ModuleTest, ABrowserWithoutTheCoreIsRefused) {
   host_.options().withheld = {"PPB_Core;1.0"};
-  const auto error = host_.Load(MPBP_MODULE_PATH);
-  ASSERT_TRUE(error);
-  EXPECT_THAT(*error, HasSubstr("-2"));
+  EXPECT_THAT(host_.Load(MPBP_MODULE_PATH).value_or(""), HasSubstr("-2"));
 }
 
 TEST_F(ModuleTest, EveryOtherMissingInterfaceFailsQuietly) {
@@ -66,17 +62,15 @@ TEST_F(ModuleTest, EveryOtherMissingInterfaceFailsQuietly) {
     const std::string withheld = name;
     const bool url_known =
         withheld != "PPB_Instance_Private;0.1" && withheld != "PPB_Var(Deprecated);0.3";
-    EXPECT_EQ(page_->has_plugin(), url_known) << name;
-    if (url_known) {
-      EXPECT_EQ(std::get<std::string>(page_->Get("version").value), "5.1.7.0") << name;
-      EXPECT_EQ(page_->Enumerate().size(), withheld == "PPB_Memory(Dev);0.1" ? 0u : 3u);
-    }
+    EXPECT_EQ(Version(), url_known ? "5.1.7.0" : "none") << name;
+    const bool listed = url_known && withheld != "PPB_Memory(Dev);0.1";
+    EXPECT_EQ(page_->Enumerate().size(), listed ? 3u : 0u) << name;
     page_.reset();
     host_.Unload();
   }
   host_.options().withheld = {"PPB_Var;1.1", "PPB_Var;1.0"};
   CreatePage();  // the scripting table has what strings need
-  EXPECT_EQ(std::get<std::string>(page_->Get("version").value), "5.1.7.0");
+  EXPECT_EQ(Version(), "5.1.7.0");
 }
 
 TEST_F(ModuleTest, IgnoresWhatItDoesNotServe) {

@@ -1,66 +1,46 @@
 // Pages that do the worst from inside their own callback, through the module's entry points.
+#include <map>
+
 #include "tests/ppapi/module_fixture.h"
 
 namespace mpbp::test {
 namespace {
 
-enum class Act { REMOVE, KILL, REPLACE, CLEAR, SEND, SHUT_OUT };
-
-constexpr const char* kActNames[] = {"Remove", "Kill", "Replace", "Clear", "Send", "ShutOut"};
-
 class PageReentrance : public FakeEngineTest,
-                       public testing::WithParamInterface<std::tuple<Act, int>> {
+                       public testing::WithParamInterface<std::tuple<const char*, int>> {
  protected:
-  void Do(Act act) {
-    switch (act) {
-      case Act::REMOVE:
-        page_->DestroyInstance();
-        break;
-      case Act::KILL:
-        EXPECT_EQ(page_->Send("[\"kill\",true]").exception, std::nullopt);
-        break;
-      case Act::REPLACE:
-        EXPECT_EQ(Listen(), std::nullopt);
-        break;
-      case Act::CLEAR:
-        EXPECT_EQ(page_->ClearOnMessage().exception, std::nullopt);
-        break;
-      case Act::SEND:
-        page_->Send("[\"sent from inside\"]");
-        break;
-      case Act::SHUT_OUT:
-        EXPECT_EQ(page_->Send("[\"kill\",true]").exception, std::nullopt);
-        page_->DestroyInstance();
-        break;
-    }
-  }
+  std::map<std::string, std::function<void()>> acts_ = {
+      {"Remove", [this] { page_->DestroyInstance(); }},
+      {"Kill", [this] { EXPECT_FALSE(page_->Send("[\"kill\",true]").exception); }},
+      {"Replace", [this] { EXPECT_FALSE(Listen()); }},
+      {"Clear", [this] { EXPECT_FALSE(page_->ClearOnMessage().exception); }},
+      {"Send", [this] { page_->Send("[\"sent from inside\"]"); }},
+      {"ShutOut", [this] { acts_.at("Kill")(), acts_.at("Remove")(); }}};
 };
 
 TEST_P(PageReentrance, NothingThatIsGoneIsTouched) {
-  const Act act = std::get<0>(GetParam());
-  const int at = std::get<1>(GetParam());
+  const auto [act, at] = GetParam();
   int seen = 0;
-  on_text_ = [&](const std::string&) {
-    if (seen++ == at) Do(act);
+  on_text_ = [&, what = act, when = at](const std::string&) {
+    if (seen++ == when) acts_.at(what)();
   };
   CreatePage();
   Listen();
-  RunUntil([&] { return seen > at || CountTexts(kReady) > 0; });
-  if (seen <= at) engine_->Send("[\"qw\",1]");
-  RunUntil([&] { return seen > at || CountTexts("[\"qw\",1]") > 0; });
-  if (seen <= at) engine_->DropLink();
-  EXPECT_TRUE(RunUntil([&] { return seen > at; }));
+  const auto acted = [&, when = at] { return seen > when; };
+  RunUntil([&] { return acted() || CountTexts(kReady) > 0; });
+  if (!acted()) engine_->Send("[\"qw\",1]");
+  RunUntil([&] { return acted() || CountTexts("[\"qw\",1]") > 0; });
+  if (!acted()) engine_->DropLink();
+  EXPECT_TRUE(RunUntil(acted));
   host_.RunFor(150);
 }
 
+constexpr const char* kActs[] = {"Remove", "Kill", "Replace", "Clear", "Send", "ShutOut"};
 INSTANTIATE_TEST_SUITE_P(Acts, PageReentrance,
-                         testing::Combine(testing::Values(Act::REMOVE, Act::KILL, Act::REPLACE,
-                                                          Act::CLEAR, Act::SEND, Act::SHUT_OUT),
-                                          testing::Range(0, 7)),
-                         [](const auto& param) {
-                           return std::string(
-                                      kActNames[static_cast<int>(std::get<0>(param.param))]) +
-                                  "At" + std::to_string(std::get<1>(param.param));
+                         testing::Combine(testing::ValuesIn(kActs), testing::Range(0, 7)),
+                         [](const auto& each) {
+                           return std::string(std::get<0>(each.param)) + "At" +
+                                  std::to_string(std::get<1>(each.param));
                          });
 
 TEST_F(FakeEngineTest, WhatComesAfterTheElementWasRemovedIsNotDelivered) {
@@ -95,17 +75,14 @@ TEST_F(FakeEngineTest, EveryKindOfTextReachesThePageWholeAndUnchanged) {
   const std::string large(200'000, 'x');
   engine_->Send(all);
   engine_->Send(large);
-  EXPECT_TRUE(RunUntilText(all));
-  EXPECT_TRUE(RunUntilText(large));
+  EXPECT_TRUE(RunUntilText(all) && RunUntilText(large));
   engine_->Send("broken \xff\xc3 \xed\xa0\x80 \xf0\x9f\x98 end");
   EXPECT_TRUE(
       RunUntilText("broken \xef\xbf\xbd\xef\xbf\xbd "
                    "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd \xef\xbf\xbd end"));
-  EXPECT_EQ(page_->Send(all).exception, std::nullopt);
-  EXPECT_EQ(page_->Send(large).exception, std::nullopt);
+  for (const std::string& text : {all, large}) EXPECT_FALSE(page_->Send(text).exception);
   ASSERT_TRUE(RunUntil([&] { return engine_->received.size() == 2; }));
-  EXPECT_EQ(engine_->received[0], all);
-  EXPECT_EQ(engine_->received[1], large);
+  EXPECT_THAT(engine_->received, testing::ElementsAre(all, large));
 }
 
 TEST_F(FakeEngineTest, TextsForAPageWithoutACallbackAreDropped) {

@@ -28,23 +28,21 @@ class PermissionTest : public ServiceTest {
  protected:
   void StartWith(const ParlOptions& parl) { Start({.parl = parl}); }
   // The answers to `requests`, none of which may reach the page.
-  Texts AnswersTo(const Texts& requests) {
-    engine_->received.clear();
+  Texts AnswersTo(Texts requests) {
     texts_.clear();
-    for (const std::string& text : requests) engine_->Send(text);
-    engine_->Send("[\"end\"]");
-    EXPECT_TRUE(RunUntil([this] { return CountTexts("[\"end\"]") > 0; }));
-    // Every answer is there once this one is, which is asked for when the others have completed.
-    engine_->Send(Permission(",\"last\",0,0"));
-    EXPECT_TRUE(RunUntil([this] {
-      return !engine_->received.empty() &&
-             engine_->received.back().find("\"last\"") != std::string::npos;
-    }));
+    requests.push_back("[\"end\"]");
+    Ask(requests, 0);
+    EXPECT_TRUE(RunUntilText("[\"end\"]"));
     EXPECT_THAT(texts_, ElementsAre("[\"end\"]"));
-    Texts answers = engine_->received;
+    // Every answer is there once this one is, which is asked for when the others have completed.
+    Texts& answers = engine_->received;
+    engine_->Send(Permission(",\"last\",0,0"));
+    EXPECT_TRUE(RunUntil(
+        [&] { return !answers.empty() && answers.back().find("\"last\"") != std::string::npos; }));
     if (!answers.empty()) answers.pop_back();
     return answers;
   }
+  void ExpectLogged(const std::string& line) { EXPECT_THAT(Log(), HasSubstr(line + "\n")); }
 };
 
 TEST_F(PermissionTest, RequestsReachTheBrowserAndTheirAnswersTheEngine) {
@@ -54,33 +52,26 @@ TEST_F(PermissionTest, RequestsReachTheBrowserAndTheirAnswersTheEngine) {
                          Permission(",\"c\",0,0,\"more\"")}),
               ElementsAre(Result("1,\"a\",7,true"), Result("2,\"\",4294967295,true"),
                           Result("0,\"c\",0,true")));
-  Texts kinds;
+  std::string kinds;
   for (const auto& request : host_.permission_requests()) {
     EXPECT_EQ(request.instance, page_->instance());
-    kinds.push_back(std::to_string(request.kind));
+    kinds += std::to_string(request.kind);
   }
-  EXPECT_THAT(kinds, ElementsAre("1", "2", "0", "0"));
+  EXPECT_EQ(kinds, "1200");
 }
 
 TEST_F(PermissionTest, AMalformedRequestIsLoggedAndAnythingElseGoesToThePage) {
-  const std::string unreadable = "Failed to parse arguments: ";
-  const std::string unknown = "Invalid permission type: ";
-  const std::pair<std::string, std::string> cases[] = {
-      {Permission(",\"a\",1"), unreadable},
-      {Permission(",5,1,7"), unreadable},
-      {Permission(",\"a\",1.5,7"), unreadable},
-      {Permission(",\"a\",\"1x\",7"), unreadable},
-      {Permission(",\"a\",1,-1"), unreadable},
-      {Permission(",\"a\",1,\"4294967296\""), unreadable},
-      {"[\"mpbp-start-remoting\",1]", unreadable},
-      {"[\"mpbp-stop-remoting\",null]", unreadable},
-      {Permission(",\"a\",\"3\",7"), unknown},
-      {Permission(",\"a\",-1,7"), unknown},
-  };
+  const std::pair<const char*, Texts> cases[] = {
+      {"Failed to parse arguments: ",
+       {Permission(",\"a\",1"), Permission(",5,1,7"), Permission(",\"a\",1.5,7"),
+        Permission(",\"a\",\"1x\",7"), Permission(",\"a\",1,-1"),
+        Permission(",\"a\",1,\"4294967296\""), "[\"mpbp-start-remoting\",1]",
+        "[\"mpbp-stop-remoting\",null]"}},
+      {"Invalid permission type: ", {Permission(",\"a\",\"3\",7"), Permission(",\"a\",-1,7")}}};
   StartWith({.offer_2_0 = true});
-  for (const auto& [text, complaint] : cases) {
-    EXPECT_THAT(AnswersTo({text}), IsEmpty());
-    EXPECT_THAT(Log(), HasSubstr("Invalid message. " + complaint + text + "\n"));
+  for (const auto& [complaint, texts] : cases) {
+    EXPECT_THAT(AnswersTo(texts), IsEmpty());
+    for (const std::string& text : texts) ExpectLogged("Invalid message. " + (complaint + text));
   }
 
   // Anything else is the page's.
@@ -88,8 +79,7 @@ TEST_F(PermissionTest, AMalformedRequestIsLoggedAndAnythingElseGoesToThePage) {
                        "[[\"mpbp-request-permission\"],\"a\",1,7]",
                        "{\"mpbp-request-permission\":1}", "[]"};
   texts_.clear();
-  engine_->received.clear();
-  for (const std::string& text : texts) engine_->Send(text);
+  Ask(texts, 0);
   EXPECT_TRUE(RunUntil([&] { return texts_.size() >= texts.size(); }));
   EXPECT_EQ(texts_, texts);
   EXPECT_THAT(Log(), HasSubstr("HandleMessage couldn't parse JSON (" + texts[0] +
@@ -105,20 +95,18 @@ TEST_F(PermissionTest, OnlyACompletionWithOneGrantsAndARefusedCallIsAnsweredAtOn
     EXPECT_THAT(AnswersTo({Permission(",\"a\",1,7")}),
                 ElementsAre(Result(result == 1 ? "1,\"a\",7,true" : "1,\"a\",7,false")));
   }
-  EXPECT_THAT(Log(), HasSubstr("Permission request failed. permission_type 1, error -40\n"));
+  ExpectLogged("Permission request failed. permission_type 1, error -40");
   EXPECT_THAT(Log(), Not(HasSubstr("permission_type 1, error 0")));
   for (const int32_t code : {0, 1, -7}) {
     host_.options().parl.permission_return = code;
     const std::string text = Permission(",\"p\",2,5");
     EXPECT_THAT(AnswersTo({text}), ElementsAre(Result("2,\"p\",5,false")));
-    EXPECT_THAT(Log(), HasSubstr("RequestPermission failed. message " + text + ", error " +
-                                 std::to_string(code) + "\n"));
+    ExpectLogged("RequestPermission failed. message " + text + ", error " + std::to_string(code));
   }
   EXPECT_THAT(AnswersTo({kStart, "[\"mpbp-start-remoting\",\"\"]", kStop}),
               ElementsAre(Terminate("s"), Terminate("")));
-  const std::string message = "Remoting failed. message ";
-  EXPECT_THAT(Log(), HasSubstr("Start" + message + kStart + ", error -4\n"));
-  EXPECT_THAT(Log(), HasSubstr("Stop" + message + kStop + ", error -12\n"));
+  ExpectLogged(std::string("StartRemoting failed. message ") + kStart + ", error -4");
+  ExpectLogged(std::string("StopRemoting failed. message ") + kStop + ", error -12");
 }
 
 TEST_F(PermissionTest, AnEventOfTheBrowserEndsTheSessionUntilTheEngineHasStoppedIt) {
@@ -131,21 +119,21 @@ TEST_F(PermissionTest, AnEventOfTheBrowserEndsTheSessionUntilTheEngineHasStopped
   EXPECT_THAT(answers_to_event(0), ElementsAre(Terminate("one")));
   EXPECT_THAT(Log(), Not(HasSubstr(" event")));
   EXPECT_THAT(answers_to_event(1), ElementsAre(Terminate("one")));
-  EXPECT_THAT(Log(), HasSubstr("Received error event. Sending terminate event.\n"));
   EXPECT_THAT(answers_to_event(-1), IsEmpty());
-  EXPECT_THAT(Log(), HasSubstr("Unknown event -1\n"));
+  ExpectLogged("Received error event. Sending terminate event.");
+  ExpectLogged("Unknown event -1");
   // A start that fails leaves the session that there is; one that succeeds takes its place.
   host_.options().parl.start_result = -2;
   EXPECT_THAT(AnswersTo({"[\"mpbp-start-remoting\",\"two\"]", "[\"mpbp-start-remoting\",\"\"]"}),
               ElementsAre(Terminate("two")));
-  EXPECT_THAT(Log(), HasSubstr("StartRemoting failed. Error -2\n"));
+  ExpectLogged("StartRemoting failed. Error -2");
   EXPECT_THAT(answers_to_event(0), ElementsAre(Terminate("one")));
   host_.options().parl.start_result = 0;
   EXPECT_THAT(AnswersTo({"[\"mpbp-start-remoting\",\"three\"]"}), IsEmpty());
   EXPECT_THAT(answers_to_event(0), ElementsAre(Terminate("three")));
 
   EXPECT_THAT(AnswersTo({"[\"mpbp-stop-remoting\",\"any\"]"}), IsEmpty());
-  EXPECT_THAT(Log(), HasSubstr("StopRemoting failed. Error 0\n"));  // that is what it says
+  ExpectLogged("StopRemoting failed. Error 0");  // that is what it says
   EXPECT_THAT(answers_to_event(0), IsEmpty());
 }
 
@@ -163,21 +151,21 @@ TEST_F(PermissionTest, WhatTheBrowsersVersionCannotDoFails) {
           "Permission request failed. permission_type " + std::to_string(kind) + ", error -6\n";
       EXPECT_EQ(Log().find(line) == std::string::npos, has_1_0 && kind == 0);
     }
-    EXPECT_THAT(Log(), HasSubstr("StartRemoting failed. Error -6\n"));
-    EXPECT_THAT(Log(), HasSubstr("StopRemoting failed. Error -6\n"));
+    for (const std::string call : {"Start", "Stop"}) {
+      ExpectLogged(call + "Remoting failed. Error -6");
+    }
     End();
   }
 }
 
 TEST_F(PermissionTest, CallbacksThatComeAfterTheInstanceFindNothing) {
   StartWith({.offer_2_0 = true, .delay_ms = 60'000});
-  const Texts texts = {Permission(",\"a\",1,7"), kStart, kStop, "[\"end\"]"};
-  for (const std::string& text : texts) engine_->Send(text);
-  ASSERT_TRUE(RunUntil([this] { return CountTexts("[\"end\"]") > 0; }));
+  Ask({Permission(",\"a\",1,7"), kStart, kStop, "[\"end\"]"}, 0);
+  ASSERT_TRUE(RunUntilText("[\"end\"]"));
   page_->DestroyInstance();
   EXPECT_TRUE(host_.loop().Drain(100));  // they come now, with the module still there
   EXPECT_THAT(Log(), Not(HasSubstr("failed.")));
-  OpenPage();
+  ConnectPage();
   EXPECT_THAT(engine_->received, IsEmpty());
 }
 

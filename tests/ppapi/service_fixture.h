@@ -23,14 +23,7 @@ class ServiceTest : public FakeEngineTest {
   // Loads the module into such a browser and opens a page.
   void Start(const host::HostOptions& options = {}) {
     host_.options() = options;
-    OpenPage();
-  }
-  // Up to "f-ready"; what the page and the engine received before is forgotten.
-  void OpenPage() {
-    texts_.clear();
     ConnectPage();
-    texts_.clear();
-    engine_->received.clear();
   }
   // Unloads the module, which must not have left or misused anything.
   void End() { TearDown(); }

@@ -12,6 +12,7 @@ namespace mpbp {
 namespace {
 
 using test::ReadFile;
+using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
@@ -46,8 +47,7 @@ TEST_F(PluginLoggingTest, WithoutOptionsTheDefaultFileAndTheStoreGetInfoUntilThe
   const std::string text = DefaultFile();
   EXPECT_THAT(text, ContainsRegex("^\\[[0-9]{3}:[0-9]{3}\\] Cpu: [0-9]+\\.[0-9]+\\.[0-9]+, "
                                   "x[0-9]+, [0-9]+Mhz, [0-9]+MB\n"));
-  EXPECT_THAT(text, HasSubstr("] an info line\n"));
-  EXPECT_THAT(text, Not(HasSubstr("a verbose line")));
+  EXPECT_THAT(text, AllOf(HasSubstr("] an info line\n"), Not(HasSubstr("a verbose line"))));
   EXPECT_THAT(console, HasSubstr(text));
   const std::shared_ptr<MemoryLog> store = PluginLogStore();
   ASSERT_TRUE(store);
@@ -63,8 +63,7 @@ TEST_F(PluginLoggingTest, WithoutOptionsTheDefaultFileAndTheStoreGetInfoUntilThe
 
 TEST_F(PluginLoggingTest, TheLevelOptionSetsFileAndStoreAndTheConsoleShowsInfoAtLeast) {
   EXPECT_THAT(SetUpAndLog("pluginppapi_log_level=LS_ERROR\n"), HasSubstr("an info line"));
-  EXPECT_THAT(DefaultFile(), Not(HasSubstr("an info line")));
-  EXPECT_THAT(DefaultFile(), HasSubstr("an error line"));
+  EXPECT_THAT(DefaultFile(), AllOf(Not(HasSubstr("an info line")), HasSubstr("an error line")));
   EXPECT_EQ(DefaultFile(), PluginLogStore()->Tail(1 << 20));
   EXPECT_THAT(SetUpAndLog("pluginppapi_log_level=1\n"), HasSubstr("a verbose line"));
   EXPECT_THAT(DefaultFile(), HasSubstr("a verbose line"));
@@ -86,12 +85,11 @@ TEST_F(PluginLoggingTest, ThePathOptionIsStampedAndAFileThatCannotBeWrittenIsRep
   ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
   for (const std::string& path : {fifo, fifo + "/below.log", app_data_.dir().path() + "/"}) {
     const std::string console = SetUpAndLog("pluginppapi_log_path=" + path + "\n");
-    EXPECT_THAT(console, HasSubstr("Unable to write to logfile:" + path + "\n"));
+    EXPECT_THAT(console, AllOf(HasSubstr("Unable to write to logfile:" + path + "\n"),
+                               HasSubstr("an info line")));
     EXPECT_EQ(path.ends_with("below.log"),
               console.find("Unable to create directory for logfile: " + path) != std::string::npos);
-    EXPECT_THAT(console, HasSubstr("an info line"));
-    ASSERT_TRUE(PluginLogStore());
-    EXPECT_EQ("", PluginLogStore()->Tail(100));
+    EXPECT_TRUE(PluginLogStore() && PluginLogStore()->Tail(100).empty());
   }
 }
 

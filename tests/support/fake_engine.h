@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/signal.h"
-#include "pluginmessagesocket.h"
+#include "engine/enginesocket.h"
 #include "portfileutils.h"
 
 namespace mpbp::test {
@@ -18,10 +18,11 @@ namespace mpbp::test {
 // The engine's end: a real server socket, which can be told to keep silent in the handshake.
 class FakeEngine : public SlotOwner {
  public:
-  explicit FakeEngine(bool mute = false) : listener_(std::make_unique<Socket>(mute)) {
-    listener_->set_port_file_path(GetPortFilePath(kPluginPortFile).pathname());
-    listener_->SignalAccepted.Connect(this, &FakeEngine::OnAccepted);
-    EXPECT_TRUE(listener_->Listen());
+  explicit FakeEngine(bool mute = false)
+      : listener_(mute ? engine::Mode::kMuteHandshake : engine::Mode::kNormal) {
+    listener_.set_port_file_path(GetPortFilePath(kPluginPortFile).pathname());
+    listener_.SignalAccepted.Connect(this, &FakeEngine::OnAccepted);
+    EXPECT_TRUE(listener_.Listen());
   }
 
   void Send(const std::string& text) { EXPECT_TRUE(client_->Send(text)); }
@@ -33,25 +34,6 @@ class FakeEngine : public SlotOwner {
   int connections = 0;
 
  private:
-  class Socket : public PluginMessageSocket {
-   public:
-    explicit Socket(bool mute) : mute_(mute) {}
-    Socket(bool mute, std::unique_ptr<AsyncSocket> socket, const std::string& cookie)
-        : PluginMessageSocket(std::move(socket), cookie), mute_(mute) {}
-
-   protected:
-    void HandleMessage(uint16_t type, const std::string& data) override {
-      if (!mute_) PluginMessageSocket::HandleMessage(type, data);
-    }
-    std::unique_ptr<MessageSocket> CreateAcceptedSocket(std::unique_ptr<AsyncSocket> socket,
-                                                        const std::string& cookie) override {
-      return std::make_unique<Socket>(mute_, std::move(socket), cookie);
-    }
-
-   private:
-    const bool mute_;
-  };
-
   void OnAccepted(MessageSocket*, std::unique_ptr<MessageSocket>& accepted) {
     ++connections;
     client_ = std::move(accepted);
@@ -59,7 +41,7 @@ class FakeEngine : public SlotOwner {
   }
   void OnMessage(MessageSocket*, const std::string& text) { received.push_back(text); }
 
-  std::unique_ptr<Socket> listener_;
+  engine::EngineSocket listener_;
   std::unique_ptr<MessageSocket> client_;
 };
 
