@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <system_error>
 #include <utility>
 
 #include "abi/browser_abi.h"
@@ -111,7 +112,11 @@ std::unique_ptr<HttpTransfer> HttpTransfer::Start(HttpRequest request, const Htt
   if (initialised != CURLE_OK || OriginOf(request.url).empty()) return nullptr;
   std::unique_ptr<HttpTransfer> transfer(new HttpTransfer(std::move(request), std::move(progress)));
   if (!transfer->SetUp(settings)) return nullptr;
-  transfer->thread_ = std::thread(&HttpTransfer::Run, transfer.get());
+  try {
+    transfer->thread_ = std::thread(&HttpTransfer::Run, transfer.get());
+  } catch (const std::system_error&) {
+    return nullptr;  // the system has no thread to spare
+  }
   return transfer;
 }
 
