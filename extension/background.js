@@ -154,7 +154,7 @@ if (typeof importScripts === 'function') importScripts('config.js', 'pieces.js',
     if (message.type === 'text') {
       const { piece, more } = message;
       if (typeof piece !== 'string' || piece.length > PIECE_BYTES) return;
-      connector?.post({ type: 'text', link, piece, more: more === true });
+      connector?.post(more === true ? { type: 'text', link, piece, more } : { type: 'text', link, piece });
     } else if (message.type === 'ack') {
       connector?.post({ type: 'ack', link, pieces: Number(message.pieces) });
     } else if (message.type === 'start') {

@@ -8,7 +8,7 @@ namespace mpbp::test {
 namespace {
 
 class Reentrance : public ChannelTest,
-                   public testing::WithParamInterface<std::tuple<const char*, int>> {
+                   public testing::WithParamInterface<std::tuple<std::string, int>> {
  protected:
   void Do(const std::string& act) { acts_.at(act)(); }
 
@@ -51,15 +51,14 @@ TEST_P(Reentrance, ThePageMayActInsideAnyText) {
   PumpUntil([&] { return acted || CountTexts(kDeadText) == 2; });
   EXPECT_TRUE(acted) << "there were " << page_.texts.size() << " texts";
   RunFor(2500 / kTimeScale);
-  const std::string name = act;
-  EXPECT_TRUE(!channel_ || name == "Detach" || channel_->IsRunning() == (name == "Restart"));
+  EXPECT_TRUE(!channel_ || act == "Detach" || channel_->IsRunning() == (act == "Restart"));
 }
 
-constexpr const char* kActs[] = {"Kill", "Stop", "Restart", "Detach", "Destroy", "KillAndDestroy"};
+const std::string kActs[] = {"Kill", "Stop", "Restart", "Detach", "Destroy", "KillAndDestroy"};
 INSTANTIATE_TEST_SUITE_P(Acts, Reentrance,
                          testing::Combine(testing::ValuesIn(kActs), testing::Range(0, 13)),
                          [](const auto& each) {
-                           return std::string(std::get<0>(each.param)) + "At" +
+                           return std::get<0>(each.param) + "At" +
                                   std::to_string(std::get<1>(each.param));
                          });
 

@@ -7,8 +7,6 @@ namespace mpbp::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 class Routing : public ChannelTest {
  protected:
@@ -114,8 +112,9 @@ TEST_F(Routing, TheLogIsUploadedAsAForm) {
   EXPECT_TRUE(page_.requests.empty());
 
   channel_->log_store = std::make_shared<MemoryLog>();
-  ASSERT_EQ(channel_->log_store->WriteAll("x" + std::string(9'900'000, 'y')),
-            StreamResult::SR_SUCCESS);
+  std::string log_text;
+  log_text.assign(9'900'000, 'y');
+  ASSERT_EQ(channel_->log_store->WriteAll("x" + log_text), StreamResult::SR_SUCCESS);
   EXPECT_TRUE(channel_->Send(request));
   EXPECT_TRUE(log.Contains("Log size exceeds maximum upload size.Log size is 9900001"));
   ASSERT_EQ(page_.requests.size(), 1u);
@@ -133,7 +132,7 @@ TEST_F(Routing, TheLogIsUploadedAsAForm) {
       part("prod\"", "Murmel_Parl_Plugin_Linux") + part("ver\"", "5.1.7.0-browserpluginlogs") +
       part("email\"", "me@example") + part("type\"", "log") +
       part("browserpluginlog.log\"; filename=\"browserpluginlog.log\"\r\nContent-Type: text/plain",
-           std::string(9'900'000, 'y')) +
+           log_text) +
       "--" + boundary + "--\r\n";
   EXPECT_TRUE(upload.body == form) << upload.body.substr(0, 1000);
   page_.responses[0]->error = HTTP_FAILED;

@@ -138,7 +138,7 @@ class StandinEngineTest(unittest.TestCase):
         plugin.send('["slow",50,"later"]')
         self.assertEqual("at once", plugin.ask("at once"))
         self.assertEqual('["slow",50,"later"]', plugin.next())
-        self.assertGreaterEqual(time.monotonic() - start, 0.05)
+        self.assertGreater(time.monotonic() - start, 0.045)  # the engine counts milliseconds
 
         other = self.link(engine)
         plugin.send('["silent",300]')

@@ -41,8 +41,8 @@ TEST_F(HostEnd, IsSilentInEveryStateAndWay) {
       if (way == "unload" && (state == "inside" || state == "busy")) continue;
       EndEngines();
       const std::string output = app_data_.dir() / "output";
-      const std::string command =
-          RUDE_HOST " " MPBP_MODULE_PATH " " + state + " " + way + " 2>" + output;
+      std::string command = RUDE_HOST " " MPBP_MODULE_PATH " ";
+      command.append(state).append(" ").append(way).append(" 2>").append(output);
       const int status = system(command.c_str());
       EXPECT_EQ(status, 0) << command << "\n" << ReadFile(output);
       EXPECT_THAT(ReadFile(output), testing::Not(testing::HasSubstr("Sanitizer"))) << command;

@@ -7,7 +7,7 @@ namespace mpbp::test {
 namespace {
 
 class PageReentrance : public FakeEngineTest,
-                       public testing::WithParamInterface<std::tuple<const char*, int>> {
+                       public testing::WithParamInterface<std::tuple<std::string, int>> {
  protected:
   std::map<std::string, std::function<void()>> acts_ = {
       {"Remove", [this] { page_->DestroyInstance(); }},
@@ -35,11 +35,11 @@ TEST_P(PageReentrance, NothingThatIsGoneIsTouched) {
   host_.RunFor(150);
 }
 
-constexpr const char* kActs[] = {"Remove", "Kill", "Replace", "Clear", "Send", "ShutOut"};
+const std::string kActs[] = {"Remove", "Kill", "Replace", "Clear", "Send", "ShutOut"};
 INSTANTIATE_TEST_SUITE_P(Acts, PageReentrance,
                          testing::Combine(testing::ValuesIn(kActs), testing::Range(0, 7)),
                          [](const auto& each) {
-                           return std::string(std::get<0>(each.param)) + "At" +
+                           return std::get<0>(each.param) + "At" +
                                   std::to_string(std::get<1>(each.param));
                          });
 

@@ -46,7 +46,9 @@ std::string Chunked(const std::string& body) {
 
 std::string Head(const HttpServerResponse& response) {
   std::string head = "HTTP/1.1 " + std::to_string(response.status) + " " + response.reason + "\r\n";
-  for (const auto& [name, value] : response.headers) head += name + ": " + value + "\r\n";
+  for (const auto& [name, value] : response.headers) {
+    head.append(name).append(": ").append(value).append("\r\n");
+  }
   head += response.chunked ? "Transfer-Encoding: chunked\r\n"
                            : "Content-Length: " + std::to_string(response.body.size()) + "\r\n";
   return head + "Connection: close\r\n\r\n";
