@@ -64,6 +64,8 @@ int Serve() {
   mallopt(M_MMAP_THRESHOLD, kLargeBlock);
   mallopt(M_TRIM_THRESHOLD, kLargeBlock);
   SetupPluginLogging(kLogTag, kLogFileName, LogPathMeans::FOLDER_OF);
+  // Standard error is the browser's own.
+  LogMessage::LogToDebug(LS_WARNING);
   SetRequireSecureStandardHosts(true);
   LOG(LS_INFO) << "mpbp-connector " << PluginVersion();
   PhysicalSocketServer server;

@@ -81,22 +81,21 @@ void StandardPipes::OnReadable() {
 }
 
 void StandardPipes::OnOutput() {
-  // What is written meanwhile goes with it: one write for many objects.
-  output_->set_events(EVENT_WRITE);
+  // At once, rather than in the loop's next round; behind what waits already.
+  if (!ended_ && output_->GetRequestedEvents() == 0) OnWritable();
 }
 
 void StandardPipes::OnWritable() {
   ByteBuffer& output = connector_->output();
   const ssize_t count = write(output_->GetDescriptor(), output.Data(), output.Length());
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (count < 0) {
+  if (count < 0 && errno != EAGAIN && errno != EINTR) {
     LOG_ERR(LS_ERROR) << "Standard output cannot be written";
     End(false);
     return;
   }
-  static_cast<void>(output.Consume(static_cast<size_t>(count)));
+  if (count > 0) static_cast<void>(output.Consume(static_cast<size_t>(count)));
   output.ReleaseIfEmpty();
-  if (output.Length() == 0) output_->set_events(0);
+  output_->set_events(output.Length() > 0 ? EVENT_WRITE : 0);
 }
 
 void StandardPipes::End(bool well) {

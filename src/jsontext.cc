@@ -9,15 +9,27 @@
 #include <locale>
 #include <memory>
 
+#include "base/staticobject.h"
+
 namespace mpbp {
 namespace {
 
-Json::StreamWriterBuilder CompactWriter() {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["commentStyle"] = "None";
-  builder["emitUTF8"] = true;
-  return builder;
+// What makes readers and writers. Made once: that takes longer than reading a short text.
+struct Makers {
+  Makers() {
+    reader["collectComments"] = false;
+    writer["indentation"] = "";
+    writer["commentStyle"] = "None";
+    writer["emitUTF8"] = true;
+  }
+
+  Json::CharReaderBuilder reader;
+  Json::StreamWriterBuilder writer;
+};
+
+const Makers& TheMakers() {
+  static StaticObject<Makers> makers;
+  return *makers;
 }
 
 // Whether the process's C++ locale, by which the library reads numbers other than integers, has
@@ -78,9 +90,7 @@ std::string WithoutDecimalPoints(const std::string& text) {
 
 // As ParseJson, but throws for what is nested too deeply.
 std::optional<Json::Value> ParseDocument(const std::string& text, std::string* errors) {
-  Json::CharReaderBuilder builder;
-  builder["collectComments"] = false;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  const std::unique_ptr<Json::CharReader> reader(TheMakers().reader.newCharReader());
   Json::Value value;
   if (reader->parse(text.data(), text.data() + text.size(), &value, errors)) return value;
   return std::nullopt;
@@ -99,9 +109,10 @@ std::optional<Json::Value> ParseJson(const std::string& text, std::string* error
     return std::nullopt;
   }
 }
+
 std::string WriteJson(const Json::Value& value) {
   try {
-    return Json::writeString(CompactWriter(), value);
+    return Json::writeString(TheMakers().writer, value);
   } catch (const std::exception&) {
     return {};
   }

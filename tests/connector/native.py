@@ -17,7 +17,7 @@ class Connector:
     """mpbp-connector with a configuration folder of its own; the stand-in engine is its engine."""
 
     def __init__(self, options="", config=None, hello=True):
-        self.folder = tempfile.TemporaryDirectory(prefix="mpbp-connector-")
+        self.folder = tempfile.TemporaryDirectory(prefix="mpbp-connector-", ignore_cleanup_errors=True)
         self.config = pathlib.Path(config or self.folder.name)
         self.data = self.config / "murmel-murmelparlplugin"
         self.data.mkdir(exist_ok=True)
