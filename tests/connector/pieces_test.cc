@@ -17,9 +17,10 @@ struct Piece {
 
 TEST(PieceSender, PiecesAreWholeCharactersOfABoundedSizeAndTheWindowHolds) {
   std::vector<Piece> pieces;
-  PieceSender sender([&](std::string_view piece, bool more) {
+  const auto keep = [&](std::string_view piece, bool more) {
     pieces.push_back({std::string(piece), more});
-  });
+  };
+  PieceSender sender(keep);
   std::string text;
   while (text.size() < (4 << 20)) text += std::string("a\"\\\x01\x7f\0", 6) + "ä€\U0001f600";
   sender.Send(text);
