@@ -40,6 +40,22 @@ class LifeTest(BrowserTestCase):
         self.assertTrue(engine == first != second, (engine, first, second))
         self.wait_until(lambda: not self.profile.engines(), "the end of the engine")
 
+    def test_the_wrapper_from_opening_to_closing(self):
+        self.open("wrapper", page="page.html")
+        for name, expected in {
+            "missing": [True, "missing"], "early": [True, "closed"],
+            "ready": ["ready", "none", "5.1.7.0", ["port file", "connect", "connected"],
+                      ["connecting", "ready"], True],
+            "plugin": [True, "plugin"],
+        }.items():
+            self.assertEqual(expected, self.report(name), name)
+        # The module kills before send() returns; here the echo of the text before may be faster.
+        hint, _, order = self.report("killed")
+        self.assertEqual(["reconnect", "kill", "f-dead", "f-killed"],
+                         [hint, *(kind for kind in order if kind != "echo")])
+        self.assertEqual(["ready", True], self.report("reconnected"))
+        self.assertEqual([[True, "closed"], "closed", [True, "closed"]], self.report("closed"))
+
     def test_reload_and_navigation_while_texts_are_in_flight(self):
         self.open("travel", page="page.html")
         self.assertEqual([0, 1, 2], [self.report("visit") for _ in range(3)])
