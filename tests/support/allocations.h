@@ -9,9 +9,9 @@
 namespace mpbp::test {
 
 inline thread_local long allocations = 0;
-// Allocations until one fails; none fails below 0.
-inline int until_failure = -1;
-inline bool has_failed = false;
+// Allocations of this thread until one fails; none fails below 0.
+inline thread_local int until_failure = -1;
+inline thread_local bool has_failed = false;
 
 // Null when it fails.
 inline void* Allocate(size_t size) noexcept {
