@@ -175,7 +175,8 @@ void Thread::Send(MessageHandler* handler, uint32_t id, std::unique_ptr<MessageD
   // From here on this object may go at any time: that ends the send.
   while (!completion->finished()) {
     sender->ReceiveSends();
-    sender->socket_server()->Wait(kForever, false);
+    static_cast<void>(
+        sender->socket_server()->Wait(kForever, false));  // one that failed is repeated
     waited = true;
   }
   // The waiting may have eaten wake-ups that were meant for the sender's queue.
