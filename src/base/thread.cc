@@ -175,8 +175,8 @@ void Thread::Send(MessageHandler* handler, uint32_t id, std::unique_ptr<MessageD
   // From here on this object may go at any time: that ends the send.
   while (!completion->finished()) {
     sender->ReceiveSends();
-    static_cast<void>(
-        sender->socket_server()->Wait(kForever, false));  // one that failed is repeated
+    // One that fails is repeated.
+    static_cast<void>(sender->socket_server()->Wait(kForever, false));
     waited = true;
   }
   // The waiting may have eaten wake-ups that were meant for the sender's queue.
