@@ -9,6 +9,7 @@ check_packages=(clang clang-format clang-tidy binutils git)
 browser_packages=(qtwebengine5-dev libqt5webenginewidgets5 xvfb xauth libgl1-mesa-dri
                   fonts-dejavu-core python3)
 browsers_packages=(chromium firefox-esr imagemagick libnss3-tools node-typescript openssl python3)
+bench_packages=(libwebsockets-dev)
 picture_packages=(xvfb xauth imagemagick fonts-dejavu-core)
 fuzz_packages=(clang libclang-rt-dev)
 # Debian 12 has a second engine that takes modules; that of Debian 13 does no more.

@@ -18,25 +18,30 @@ struct Session {
   std::deque<std::string> waiting;
 };
 
+// What the library keeps for each connection; it knows no constructors.
+struct Slot {
+  Session* session;
+};
+
 int OnEvent(lws* connection, lws_callback_reasons reason, void* user, void* in, size_t length) {
-  auto** const session = static_cast<Session**>(user);
+  auto* const slot = static_cast<Slot*>(user);
   switch (reason) {
     case LWS_CALLBACK_ESTABLISHED:
-      *session = new Session;
+      slot->session = new Session;
       break;
     case LWS_CALLBACK_CLOSED:
-      delete *session;
+      delete slot->session;
       break;
     case LWS_CALLBACK_RECEIVE:
-      (*session)->partial.append(static_cast<char*>(in), length);
+      slot->session->partial.append(static_cast<char*>(in), length);
       if (lws_is_final_fragment(connection) && lws_remaining_packet_payload(connection) == 0) {
-        (*session)->waiting.push_back(std::string(LWS_PRE, '\0') + (*session)->partial);
-        (*session)->partial.clear();
+        slot->session->waiting.push_back(std::string(LWS_PRE, '\0') + slot->session->partial);
+        slot->session->partial.clear();
         lws_callback_on_writable(connection);
       }
       break;
     case LWS_CALLBACK_SERVER_WRITEABLE: {
-      std::deque<std::string>& waiting = (*session)->waiting;
+      std::deque<std::string>& waiting = slot->session->waiting;
       if (waiting.empty()) break;
       std::string& text = waiting.front();
       lws_write(connection, reinterpret_cast<unsigned char*>(text.data()) + LWS_PRE,
@@ -56,7 +61,7 @@ int OnEvent(lws* connection, lws_callback_reasons reason, void* user, void* in, 
 int main() {
   lws_set_log_level(LLL_ERR, nullptr);
   const lws_protocols protocols[] = {
-      {"echo", OnEvent, sizeof(Session*), kBufferSize, 0, nullptr, 0},
+      {"echo", OnEvent, sizeof(Slot), kBufferSize, 0, nullptr, 0},
       {nullptr, nullptr, 0, 0, 0, nullptr, 0},
   };
   lws_context_creation_info info = {};
