@@ -24,6 +24,7 @@ def readme_page():
 
 class Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
+    isolated = ()  # paths of pages
 
     def do_GET(self):
         path = self.path.split("?")[0]
@@ -66,8 +67,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.send_header("Location", "/answer.txt")
         elif self.path.startswith("/answer.txt"):
             self.send_header("Last-Modified", "Sun, 06 Nov 1994 08:49:37 GMT")
-        # Fine timers.
+        # Fine timers; the finest where nothing comes from other origins.
         self.send_header("Cross-Origin-Opener-Policy", "same-origin")
+        if self.path.split("?")[0] in self.isolated:
+            self.send_header("Cross-Origin-Embedder-Policy", "require-corp")
         self.end_headers()
         self.wfile.write(content)
 
