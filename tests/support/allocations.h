@@ -16,7 +16,8 @@ inline thread_local bool has_failed = false;
 // Null when it fails.
 inline void* Allocate(size_t size) noexcept {
   ++allocations;
-  const bool fails = until_failure >= 0 && until_failure-- == 0;
+  const bool fails = until_failure == 0;
+  if (until_failure >= 0) --until_failure;
   has_failed = has_failed || fails;
   return fails ? nullptr : malloc(size > 0 ? size : 1);
 }
