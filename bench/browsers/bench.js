@@ -107,4 +107,7 @@ function tell(name, value) {
   return fetch('/report', { method: 'POST', body: JSON.stringify([name, value]) });
 }
 
-run().catch((error) => ({ error: String(error) })).then((result) => tell('result', result));
+run().catch((error) => ({ error: String(error) })).then(async (result) => {
+  if (result.error) await tell('small', result);
+  await tell('result', result);
+});

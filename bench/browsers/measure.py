@@ -72,7 +72,9 @@ def main():
             time.sleep(0.05)
         bench.server.go(bench.address(f"bench.html?{port}"))
         harness.TIMEOUT = 300
-        bench.report("small")
+        small = bench.report("small")
+        if "error" in small:
+            sys.exit(small["error"])
         pid, = Bench.profile.connectors()
         memory = resident_kb(pid)
         before = switches(pid)
