@@ -29,9 +29,12 @@ def read(path):
 
 
 def open_files(pid):
-    """What a process has open, by descriptor."""
-    folder = pathlib.Path("/proc", str(pid), "fd")
-    return {entry: os.readlink(folder / entry) for entry in os.listdir(folder)}
+    """What a process has open, by descriptor; it may open and close more meanwhile."""
+    folder, files = pathlib.Path("/proc", str(pid), "fd"), {}
+    for entry in os.listdir(folder):
+        with contextlib.suppress(FileNotFoundError):
+            files[entry] = os.readlink(folder / entry)
+    return files
 
 
 class Plugin:
@@ -47,9 +50,10 @@ class Plugin:
         self.stream.close()
         self.socket.close()
 
-    def send(self, text, kind=DATA):
-        data = text.encode("latin-1")
-        self.socket.sendall(struct.pack(">HI", kind, len(data)) + data)
+    def send(self, *texts, kind=DATA):
+        """Sends the texts at once, so that the other end reads all of them in one turn."""
+        frames = [text.encode("latin-1") for text in texts]
+        self.socket.sendall(b"".join(struct.pack(">HI", kind, len(f)) + f for f in frames))
 
     def receive(self):
         """The next frame; nothing at the end of the stream."""
@@ -103,9 +107,9 @@ class StandinEngineTest(unittest.TestCase):
         return plugin
 
     def authorize(self, plugin):
-        plugin.send(plugin.cookie, COOKIE)
+        plugin.send(plugin.cookie, kind=COOKIE)
         self.assertEqual((COOKIE_RESPONSE, plugin.cookie), plugin.receive())
-        plugin.send('{"url":"https://a/"}', HOST_DESCRIPTION)
+        plugin.send('{"url":"https://a/"}', kind=HOST_DESCRIPTION)
 
     def link(self, engine):
         """A connection that is authorized, with the announcement of this engine read."""
@@ -135,14 +139,13 @@ class StandinEngineTest(unittest.TestCase):
         self.assertEqual('["many",1,"xx"]', plugin.next())
         self.assertEqual(3_000_012, len(plugin.ask('["large",3000000]')))
         start = time.monotonic()
-        plugin.send('["slow",50,"later"]')
-        self.assertEqual("at once", plugin.ask("at once"))
+        plugin.send('["slow",50,"later"]', "at once")
+        self.assertEqual("at once", plugin.next())
         self.assertEqual('["slow",50,"later"]', plugin.next())
         self.assertGreater(time.monotonic() - start, 0.045)  # the engine counts milliseconds
 
         other = self.link(engine)
-        plugin.send('["silent",300]')
-        plugin.send("lost")
+        plugin.send('["silent",300]', "lost")
         self.assertEqual("heard", other.ask("heard"))
         time.sleep(0.4)
         self.assertEqual("again", plugin.ask("again"))
@@ -321,17 +324,17 @@ class StandinEngineTest(unittest.TestCase):
             return self.connect()
 
         plugin = connected("mute-handshake")
-        plugin.send(plugin.cookie, COOKIE)
+        plugin.send(plugin.cookie, kind=COOKIE)
         plugin.socket.settimeout(0.3)
         self.assertRaises(TimeoutError, plugin.receive)
         plugin = connected("bad-cookie")
-        plugin.send(plugin.cookie, COOKIE)
+        plugin.send(plugin.cookie, kind=COOKIE)
         self.assertEqual((COOKIE_RESPONSE, ""), plugin.receive())
         plugin = connected("no-qw")
         self.authorize(plugin)
         self.assertEqual("only the echo", plugin.ask("only the echo"))
         plugin = connected("drop-after-auth")
-        plugin.send(plugin.cookie, COOKIE)
+        plugin.send(plugin.cookie, kind=COOKIE)
         self.assertEqual([(COOKIE_RESPONSE, plugin.cookie), None],
                          [plugin.receive(), plugin.receive()])
         self.assertIsNone(connected("drop-after-connect").receive())
