@@ -140,6 +140,11 @@ bool MainLoop::Drain(int max_tasks) {
   return tasks_.empty();
 }
 
+size_t MainLoop::pending() const {
+  std::lock_guard lock(mutex_);
+  return tasks_.size();
+}
+
 void MainLoop::DropTasks() {
   std::map<Key, Task> dropped;  // outlives the lock: a task's state may post on its way out
   std::lock_guard lock(mutex_);

@@ -48,6 +48,8 @@ class MainLoop {
   // came up after `max_tasks`.
   bool Drain(int max_tasks);
   void DropTasks();
+  // How many tasks wait. Any thread.
+  size_t pending() const;
 
  private:
   using Clock = std::chrono::steady_clock;

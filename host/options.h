@@ -43,6 +43,8 @@ struct HostOptions {
   bool complete_inside = false;
   // CallOnMainThread waits no longer than this: timers run faster.
   int32_t longest_delay_ms = std::numeric_limits<int32_t>::max();
+  // CallOnMainThread with a delay never runs its callback: timers stand still.
+  bool no_timers = false;
   // Runs inside every call of this browser's tables, before anything is done, with its name. It may
   // do what script or a nested loop could.
   std::function<void(const char* name)> on_call;

@@ -19,6 +19,7 @@ void CallOnMainThread(int32_t delay_ms, PP_CompletionCallback callback, int32_t 
     return;
   }
   if (core->loop.IsMainThread()) core->OnCall("CallOnMainThread");
+  if (core->options.no_timers && delay_ms > 0) return;
   core->PostCallback(callback, result, std::min(delay_ms, core->options.longest_delay_ms));
 }
 

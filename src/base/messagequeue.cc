@@ -124,6 +124,13 @@ bool MessageQueue::Get(Message* message, int wait_ms, bool process_io) {
   }
 }
 
+std::optional<uint32_t> MessageQueue::NextDue() {
+  CritScope scope(crit_);
+  if (peek_kept_ || !immediate_.empty()) return Time();
+  if (delayed_.empty()) return std::nullopt;
+  return delayed_.front().trigger_ms;
+}
+
 int MessageQueue::MoveDueMessages(uint32_t now) {
   CritScope scope(crit_);
   while (!delayed_.empty()) {

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <list>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "base/criticalsection.h"
@@ -49,6 +50,9 @@ class MessageQueue {
   // Like Get, but the message stays with the queue for the next Get: *message borrows its data, for
   // reading only and until that Get.
   [[nodiscard]] virtual bool Peek(const Message** message, int wait_ms = 0);
+
+  // When the next message is due, as Time() counts; nothing while there is none. From any thread.
+  std::optional<uint32_t> NextDue();
 
   // A time-sensitive message that is delivered more than 150 ms after its post logs a warning.
   // On a quitting queue the message and its data are dropped; only MQID_DISPOSE is still kept, and

@@ -86,6 +86,7 @@ void PhysicalSocketServer::Remove(IoDispatcher* dispatcher) {
   const size_t index = static_cast<size_t>(found - dispatchers_.begin());
   dispatchers_.erase(found);
   const int fd = dispatcher->GetDescriptor();
+  if (readiness_ && fd >= 0) readiness_->Set(fd, 0);
   for (Round* round = rounds_; round; round = round->outer) {
     if (round->next > index) --round->next;
     // The number may be given to a new socket before the round gets there.
@@ -231,6 +232,22 @@ uint32_t PhysicalSocketServer::TakeEvents(Round& round, const IoDispatcher& disp
 }
 
 void PhysicalSocketServer::WakeUp() { wakeup_->Signal(); }
+
+int PhysicalSocketServer::ReadyDescriptor() {
+  CritScope scope(crit_);
+  if (!readiness_) readiness_ = std::make_unique<ReadinessSet>();
+  return readiness_->descriptor();
+}
+
+void PhysicalSocketServer::UpdateReadyDescriptor() {
+  CritScope scope(crit_);
+  if (!readiness_) return;
+  for (const IoDispatcher* dispatcher : dispatchers_) {
+    const uint32_t wanted = dispatcher->GetRequestedEvents();
+    readiness_->Set(dispatcher->GetDescriptor(),
+                    accept_paused_ ? wanted & ~uint32_t{EVENT_ACCEPT} : wanted);
+  }
+}
 
 bool PhysicalSocketServer::SetPosixSignalHandler(int signum, void (*handler)(int)) {
   if (handler == SIG_DFL || handler == SIG_IGN) {

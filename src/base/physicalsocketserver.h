@@ -11,6 +11,7 @@
 
 #include "base/criticalsection.h"
 #include "base/iodispatcher.h"
+#include "base/readinessset.h"
 #include "base/socketserver.h"
 
 namespace mpbp {
@@ -39,6 +40,8 @@ class PhysicalSocketServer : public SocketServer {
   // failed.
   [[nodiscard]] bool Wait(int timeout_ms, bool process_io) override;
   void WakeUp() override;
+  int ReadyDescriptor() override;
+  void UpdateReadyDescriptor() override;
 
   // Runs `handler` (signal number) on this loop whenever the process gets the signal; SIG_DFL and
   // SIG_IGN are installed as they are. False when the system refuses.
@@ -83,7 +86,8 @@ class PhysicalSocketServer : public SocketServer {
   // Innermost first; on the stacks of DispatchReady. Written by the owning thread with the lock
   // held.
   Round* rounds_ = nullptr;
-  std::optional<uint32_t> accept_paused_ MPBP_GUARDED_BY(crit_);  // Time() of the last pause
+  std::unique_ptr<ReadinessSet> readiness_ MPBP_GUARDED_BY(crit_);  // made on demand
+  std::optional<uint32_t> accept_paused_ MPBP_GUARDED_BY(crit_);    // Time() of the last pause
   std::optional<uint32_t> pause_logged_ MPBP_GUARDED_BY(crit_);  // Time() of the last line about it
   bool wait_flag_ = false;  // of the owning thread: Wait goes on
   std::unique_ptr<WakeUpPipe> wakeup_;

@@ -34,6 +34,12 @@ class SocketServer {
   // Ends the current or the next Wait. From any thread.
   virtual void WakeUp() = 0;
 
+  // A descriptor that is readable while a Wait would find something to do, as far as was known at
+  // the last UpdateReadyDescriptor; for another thread to wait for. It stays the server's. Negative
+  // when there is none. Both on the owning thread only.
+  virtual int ReadyDescriptor() { return -1; }
+  virtual void UpdateReadyDescriptor() {}
+
  protected:
   SocketServer() = default;
 };

@@ -18,7 +18,7 @@ class HostEnd : public testing::Test {
   void SetUp() override {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     app_data_.WriteOptions("install_dir=" MPBP_ENGINE_FOLDER
-                           "\npluginppapi_log_level=LS_VERBOSE\n");
+                           "\npluginppapi_log_level=LS_VERBOSE\nprompt_delivery=1\n");
   }
   ~HostEnd() override { EndEngines(); }
 

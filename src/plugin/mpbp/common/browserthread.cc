@@ -55,10 +55,11 @@ void BrowserThread::Release() {
   }
 }
 
-void BrowserThread::Pump() {
-  if (busy_) return;
+bool BrowserThread::Pump() {
+  if (busy_) return false;
   const BusyScope busy(*this);
   thread_->ProcessMessages(0);
+  return true;
 }
 
 }  // namespace mpbp

@@ -42,8 +42,11 @@ class BrowserThread {
 
   Thread* thread() const { return thread_; }
 
-  // One zero-wait round: dispatches what is ready, polls the sockets once. On the thread itself.
-  void Pump();
+  // One zero-wait round: dispatches what is ready, polls the sockets once. False when one is on the
+  // stack already, and nothing was served. On the thread itself.
+  bool Pump();
+  // Whether a round is on the stack.
+  bool busy() const { return busy_; }
 
  private:
   BrowserThread(std::unique_ptr<Thread> wrapper, Thread* thread);

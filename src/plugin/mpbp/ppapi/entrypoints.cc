@@ -10,6 +10,7 @@
 #include "base/staticobject.h"
 #include "plugin/mpbp/ppapi/module.h"
 #include "plugin/mpbp/ppapi/plugin.h"
+#include "plugin/mpbp/ppapi/promptdelivery.h"
 #include "ppapi/browser.h"
 #include "ppapi/var.h"
 
@@ -34,7 +35,10 @@ struct ExitWatch {
 
 // Runs at the end of the process, and when the module is unloaded.
 __attribute__((destructor)) void OnUnload() {
-  if (process_ends) return;
+  if (process_ends) {
+    PromptDelivery::StopAtExit();
+    return;
+  }
   // Unloaded without PPP_ShutdownModule: the browser's tables may be gone.
   ResetBrowserInterfaces();
   TheModule().reset();

@@ -6,6 +6,7 @@
 #include "plugin/mpbp/common/remotinghandler.h"
 #include "plugin/mpbp/ppapi/browserprivateservice.h"
 #include "plugin/mpbp/ppapi/instanceobject.h"
+#include "plugin/mpbp/ppapi/promptdelivery.h"
 #include "ppapi/browser.h"
 
 namespace mpbp {
@@ -51,6 +52,7 @@ void PluginObject::Destroy() {
     channel_->Detach();  // it may be on the stack and live a little longer
     channel_.reset();
   }
+  prompt_delivery_.reset();
   callbacks_.CancelAll();
   remoting_handler_->End();  // it may be on the stack too
   remoting_handler_.reset();
@@ -77,6 +79,17 @@ void PluginObject::OnPump() {
   if (!channel_) return;
   // Held: the page may stop the channel, and so let the thread go, from below.
   if (const std::shared_ptr<BrowserThread> thread = channel_->browser_thread()) thread->Pump();
+  UpdateDelivery();
+}
+
+void PluginObject::ShareDelivery() {
+  if (!channel_ || !channel_->IsRunning()) return;
+  prompt_delivery_ = PromptDelivery::ShareIfWanted();
+  if (prompt_delivery_) prompt_delivery_->Watch(channel_->browser_thread());
+}
+
+void PluginObject::UpdateDelivery() {
+  if (prompt_delivery_) prompt_delivery_->Update();
 }
 
 Var PluginObject::GetInstanceObject() {
@@ -107,6 +120,7 @@ void PluginObject::SendToEngine(const std::string& text) {
 
 void PluginObject::OnHttpResponse(std::unique_ptr<HttpResponse>& response) {
   if (channel_) channel_->SendHttpResponse(std::move(response));
+  UpdateDelivery();
 }
 
 }  // namespace mpbp

@@ -15,6 +15,7 @@
 
 namespace mpbp {
 
+class PromptDelivery;
 class RemotingHandler;
 
 // Owns everything a page uses: the channel to the engine, the HTTP proxy, the remoting handler and
@@ -59,6 +60,8 @@ class PluginObject final : public ClientChannelDelegate,
   void SetOnMessage(const Var& value, Var* exception);
   void SetOnError(const Var& value, Var* exception);
   void StartChannel();
+  void ShareDelivery();
+  void UpdateDelivery();
   void SendToEngine(const std::string& text);
   void OnHttpResponse(std::unique_ptr<HttpResponse>& response);
 
@@ -68,6 +71,7 @@ class PluginObject final : public ClientChannelDelegate,
   Var onmessage_;
   Var onerror_;
   std::shared_ptr<RemotingHandler> remoting_handler_;  // null after Destroy
+  std::shared_ptr<PromptDelivery> prompt_delivery_;    // null where only the pump serves the link
   CallbackFactory callbacks_;
   PP_CompletionCallback pump_{};
   bool destroyed_ = false;

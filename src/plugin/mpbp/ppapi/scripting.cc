@@ -108,6 +108,8 @@ void PluginObject::StartChannel() {
   if (channel->Start(std::make_unique<PluginMessageSocket>()) != LinkAttempt::UNDER_WAY) {
     LOG(LS_ERROR) << "Failed to start client channel.";
   }
+  ShareDelivery();
+  UpdateDelivery();
 }
 
 Var PluginObject::Call(const Var& name, std::span<const Var> arguments, Var* exception) {
@@ -125,7 +127,9 @@ Var PluginObject::Call(const Var& name, std::span<const Var> arguments, Var* exc
   if (IsForgedPermissionResult(*text)) return refuse("Method call not allowed");
   // Held: the page may destroy the instance from inside Send.
   const std::shared_ptr<ClientChannel> channel = channel_;
-  if (!channel->Send(*text)) return refuse("Send returned false");
+  const bool sent = channel->Send(*text);
+  UpdateDelivery();
+  if (!sent) return refuse("Send returned false");
   return Var(int32_t{0});
 }
 
