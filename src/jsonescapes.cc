@@ -20,17 +20,18 @@ int AsciiOfEscape(std::string_view digits) {
 std::string WithoutJsonEscapes(std::string_view text) {
   std::string plain;
   plain.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '\\' || i + 1 == text.size()) {
-      plain += text[i];
-      continue;
+  for (size_t at = 0;;) {
+    const size_t backslash = text.find('\\', at);
+    if (backslash == std::string_view::npos || backslash + 1 == text.size()) {
+      return plain.append(text.substr(at));
     }
-    const char escape = text[++i];
-    const int character = escape == 'u' ? AsciiOfEscape(text.substr(i + 1)) : -1;
+    plain.append(text.substr(at, backslash - at));
+    const char escape = text[backslash + 1];
+    at = backslash + 2;
+    const int character = escape == 'u' ? AsciiOfEscape(text.substr(at)) : -1;
     plain += character >= 0 ? static_cast<char>(character) : escape;
-    if (character >= 0) i += 4;
+    if (character >= 0) at += 4;
   }
-  return plain;
 }
 
 }  // namespace mpbp

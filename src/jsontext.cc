@@ -44,7 +44,7 @@ bool ReadsDecimalPoints() {
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 // Where what begins at `start`, a string, a comment or any other character, ends.
-size_t EndOfToken(const std::string& text, size_t start) {
+size_t EndOfToken(std::string_view text, size_t start) {
   size_t end = start + 1;
   if (text[start] == '"') {
     while (end < text.size() && text[end] != '"') end += text[end] == '\\' ? 2 : 1;
@@ -58,7 +58,7 @@ size_t EndOfToken(const std::string& text, size_t start) {
 }
 
 // The same JSON with 15e-1 for every 1.5.
-std::string WithoutDecimalPoints(const std::string& text) {
+std::string WithoutDecimalPoints(std::string_view text) {
   constexpr char kDigits[] = "0123456789";
   std::string result;
   result.reserve(text.size());
@@ -89,7 +89,7 @@ std::string WithoutDecimalPoints(const std::string& text) {
 }
 
 // As ParseJson, but throws for what is nested too deeply.
-std::optional<Json::Value> ParseDocument(const std::string& text, std::string* errors) {
+std::optional<Json::Value> ParseDocument(std::string_view text, std::string* errors) {
   const std::unique_ptr<Json::CharReader> reader(TheMakers().reader.newCharReader());
   Json::Value value;
   if (reader->parse(text.data(), text.data() + text.size(), &value, errors)) return value;
@@ -98,7 +98,7 @@ std::optional<Json::Value> ParseDocument(const std::string& text, std::string* e
 
 }  // namespace
 
-std::optional<Json::Value> ParseJson(const std::string& text, std::string* errors) {
+std::optional<Json::Value> ParseJson(std::string_view text, std::string* errors) {
   try {
     if (!ReadsDecimalPoints() && text.find('.') != std::string::npos) {
       return ParseDocument(WithoutDecimalPoints(text), errors);

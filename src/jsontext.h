@@ -6,12 +6,13 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace mpbp {
 
 // Nothing when the text is not JSON, or is nested deeper than the library takes; *errors (may be
 // null) then says why. Comments are skipped.
-[[nodiscard]] std::optional<Json::Value> ParseJson(const std::string& text,
+[[nodiscard]] std::optional<Json::Value> ParseJson(std::string_view text,
                                                    std::string* errors = nullptr);
 
 // Compact: no blanks, no line break at the end, members in sorted key order. Bytes above 127 stand

@@ -18,7 +18,7 @@ std::string RedactSecrets(std::string_view text) {
   std::string result;
   size_t pos = 0;
   for (;;) {
-    const size_t hit = text.find(kSecretMember, pos);
+    const size_t hit = FindWord(text, kSecretMember, pos);
     // After the member comes the value's opening quote.
     if (hit == std::string_view::npos || hit + kSecretMember.size() >= text.size()) break;
     const size_t value = hit + kSecretMember.size() + 1;

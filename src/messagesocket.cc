@@ -155,7 +155,7 @@ bool MessageSocket::Listen() {
   return true;
 }
 
-bool MessageSocket::Send(const std::string& data) {
+bool MessageSocket::Send(std::string_view data) {
   try {
     return state_ != STATE_CLOSED && socket_ && SendFramed(MSG_DATA, data);
   } catch (const std::bad_alloc&) {
@@ -163,19 +163,14 @@ bool MessageSocket::Send(const std::string& data) {
   }
 }
 
-bool MessageSocket::SendFramed(uint16_t type, const std::string& data) {
-  ByteBuffer buffer;
-  if (!Frame(type, data, buffer)) {
+bool MessageSocket::SendFramed(uint16_t type, std::string_view data) {
+  // Into the output at once: a large text is not copied more often than it must.
+  if (!Frame(type, data, output_)) {
     LOG(LS_ERROR) << this << ": Framing message failed. Message: " << data;
     return false;
   }
-  QueueBytes(buffer);
-  return true;
-}
-
-void MessageSocket::QueueBytes(const ByteBuffer& buffer) {
-  output_.WriteBytes({buffer.Data(), buffer.Length()});
   if (state_ == STATE_CONNECTED) Flush();
+  return true;
 }
 
 void MessageSocket::Flush() {

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -61,7 +62,7 @@ class MessageSocket : public SlotOwner {
 
   // Sends one data message, or queues it while connecting. False on a closed socket, when it cannot
   // be framed, or without memory for it; nothing of it is sent then.
-  [[nodiscard]] bool Send(const std::string& data);
+  [[nodiscard]] bool Send(std::string_view data);
 
   // Ends the link, drops what is buffered and removes the port file that Listen wrote. The system's
   // socket is deleted later, through the current thread's queue. Raises nothing; closing twice is
@@ -100,17 +101,17 @@ class MessageSocket : public SlotOwner {
   virtual bool WritePortFile(int port, const std::string& cookie);
   virtual bool ReadPortFile(int* port, std::string* cookie);
   virtual bool DeletePortFile();
-  virtual void QueueBytes(const ByteBuffer& buffer);
   virtual void OnClose() {}
   // Appends one frame to `buffer`; false, with nothing appended, when this cannot be framed.
-  virtual bool Frame(uint16_t type, const std::string& data, ByteBuffer& buffer) = 0;
+  // Nothing is appended either when there is no memory for it (std::bad_alloc).
+  virtual bool Frame(uint16_t type, std::string_view data, ByteBuffer& buffer) = 0;
   // Takes every complete frame out of `buffer` and leaves the rest.
   virtual void Unframe(ByteBuffer& buffer, FrameList& frames) = 0;
   // A socket of the same class for an accepted connection.
   virtual std::unique_ptr<MessageSocket> CreateAcceptedSocket(std::unique_ptr<AsyncSocket> socket,
                                                               const std::string& cookie) = 0;
 
-  bool SendFramed(uint16_t type, const std::string& data);
+  bool SendFramed(uint16_t type, std::string_view data);
 
  private:
   // Sees, after a signal was raised, whether this object is gone or was closed by a handler.

@@ -6,7 +6,8 @@
 
 namespace mpbp {
 
-void WriteFrame(uint16_t type, const std::string& data, ByteBuffer& buffer) {
+void WriteFrame(uint16_t type, std::string_view data, ByteBuffer& buffer) {
+  buffer.Reserve(PluginMessageSocket::kHeaderSize + data.size());
   buffer.WriteUInt16(type);
   buffer.WriteUInt32(static_cast<uint32_t>(data.size()));
   buffer.WriteBytes(data);
@@ -33,7 +34,7 @@ PluginMessageSocket::PluginMessageSocket() : MessageSocket(ROLE_CLIENT | ROLE_SE
 PluginMessageSocket::PluginMessageSocket(std::unique_ptr<AsyncSocket> socket, std::string cookie)
     : MessageSocket(ROLE_CLIENT | ROLE_SERVER, std::move(socket), std::move(cookie)) {}
 
-bool PluginMessageSocket::Frame(uint16_t type, const std::string& data, ByteBuffer& buffer) {
+bool PluginMessageSocket::Frame(uint16_t type, std::string_view data, ByteBuffer& buffer) {
   if (type == MSG_BINARY) {
     LOG(LS_ERROR) << this << ": PluginMessageSocket doesn't support binary data.";
     return false;

@@ -23,14 +23,14 @@ class PluginMessageSocket : public MessageSocket {
   PluginMessageSocket(std::unique_ptr<AsyncSocket> socket, std::string cookie);
 
   // Refuses MSG_BINARY.
-  [[nodiscard]] bool Frame(uint16_t type, const std::string& data, ByteBuffer& buffer) override;
+  [[nodiscard]] bool Frame(uint16_t type, std::string_view data, ByteBuffer& buffer) override;
   void Unframe(ByteBuffer& buffer, FrameList& frames) override;
   std::unique_ptr<MessageSocket> CreateAcceptedSocket(std::unique_ptr<AsyncSocket> socket,
                                                       const std::string& cookie) override;
 };
 
 // The layout alone, without a socket.
-void WriteFrame(uint16_t type, const std::string& data, ByteBuffer& buffer);
+void WriteFrame(uint16_t type, std::string_view data, ByteBuffer& buffer);
 // Appends every complete frame; a partial one stays in the buffer, its header included.
 void ReadFrames(ByteBuffer& buffer, FrameList& frames);
 

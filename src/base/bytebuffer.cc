@@ -18,8 +18,8 @@ constexpr size_t kKeptWhenEmpty = size_t{1} << 20;
 
 }  // namespace
 
-ByteBuffer::ByteBuffer(std::string_view bytes, size_t capacity, ByteOrder order)
-    : bytes_(std::max(capacity, bytes.size())), order_(order) {
+ByteBuffer::ByteBuffer(std::string_view bytes, size_t capacity, ByteOrder order) : order_(order) {
+  bytes_.Resize(std::max(capacity, bytes.size()));
   WriteBytes(bytes);
 }
 
@@ -32,18 +32,13 @@ void ByteBuffer::WriteBytes(std::string_view bytes) {
 
 void ByteBuffer::MakeRoom(size_t length) {
   if (length <= bytes_.size() - end_) return;
-  const size_t unread = Length();
-  const size_t needed = unread + length;
-  const bool movable = bytes_.size() <= kMovedFreely || start_ >= bytes_.size() / 2;
-  if (needed > bytes_.size() || !movable) {
-    std::vector<char> larger(std::max(bytes_.size() * 3 / 2, needed));
-    std::copy_n(Data(), unread, larger.begin());
-    bytes_ = std::move(larger);
-  } else {
+  if (start_ > 0 && (bytes_.size() <= kMovedFreely || start_ >= bytes_.size() / 2)) {
+    const size_t unread = Length();
     memmove(bytes_.data(), Data(), unread);
+    start_ = 0;
+    end_ = unread;
   }
-  start_ = 0;
-  end_ = unread;
+  if (length > bytes_.size() - end_) bytes_.Resize(std::max(bytes_.size() * 3 / 2, end_ + length));
   ++version_;
 }
 
@@ -107,8 +102,8 @@ void ByteBuffer::Clear() {
 
 void ByteBuffer::ReleaseIfEmpty() {
   if (Length() > 0 || bytes_.size() <= kKeptWhenEmpty) return;
-  std::vector<char>(kDefaultCapacity).swap(bytes_);
   Clear();
+  bytes_.Resize(kDefaultCapacity);
 }
 
 }  // namespace mpbp

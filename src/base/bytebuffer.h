@@ -7,7 +7,8 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "base/byteblock.h"
 
 namespace mpbp {
 
@@ -26,11 +27,18 @@ class ByteBuffer {
   explicit ByteBuffer(std::string_view bytes = {}, size_t capacity = kDefaultCapacity,
                       ByteOrder order = ByteOrder::ORDER_NETWORK);
 
+  ByteBuffer(const ByteBuffer&) = delete;
+  ByteBuffer& operator=(const ByteBuffer&) = delete;
+
   // The unread bytes, valid until the next write.
   const char* Data() const { return bytes_.data() + start_; }
   size_t Length() const { return end_ - start_; }
   size_t Capacity() const { return bytes_.size(); }
   ByteOrder Order() const { return order_; }
+
+  // Makes room for so many bytes: writing them throws nothing then. Throws std::bad_alloc, and
+  // changes nothing, when there is no memory for them.
+  void Reserve(size_t length) { MakeRoom(length); }
 
   // 16- and 32-bit values are written and read big-endian when the order is network.
   void WriteBytes(std::string_view bytes);
@@ -58,7 +66,7 @@ class ByteBuffer {
  private:
   void MakeRoom(size_t length);
 
-  std::vector<char> bytes_;  // its size is the capacity
+  ByteBlock bytes_;  // its size is the capacity
   size_t start_ = 0;
   size_t end_ = 0;
   uint32_t version_ = 0;  // counts how often the data has moved

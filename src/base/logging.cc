@@ -1,12 +1,13 @@
 #include "base/logging.h"
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iomanip>
-#include <locale>
 #include <vector>
 
 #include "base/criticalsection.h"
@@ -81,6 +82,12 @@ std::string ErrorText(int context, int error) {
   return text;
 }
 
+bool CanBeSeen(FILE* stream) {
+  struct stat status {};
+  if (fstat(fileno(stream), &status) != 0) return false;
+  return !S_ISCHR(status.st_mode) || status.st_rdev != makedev(1, 3);  // /dev/null
+}
+
 // A slow output makes the warning about its slowness slow too; that one is not reported again.
 thread_local bool reporting_slowness = false;
 
@@ -90,12 +97,12 @@ std::atomic<int> LogMessage::min_sev_{LS_NONE};
 
 LogMessage::LogMessage(const char* file, int line, int severity, int error_context, int error)
     : severity_(severity), extra_(ErrorText(error_context, error)) {
-  line_.imbue(std::locale::classic());  // the host's may group digits
   LogState& state = State(min_sev_);
   if (state.timestamps) {
     const uint32_t elapsed = Time() - LogStartTime();
-    line_ << '[' << std::setfill('0') << std::setw(3) << elapsed / 1000 << ':' << std::setw(3)
-          << elapsed % 1000 << "] " << std::setfill(' ');
+    line_ << '[';
+    line_.WritePadded(elapsed / 1000, 3) << ':';
+    line_.WritePadded(elapsed % 1000, 3) << "] ";
   }
   if (severity >= state.ctx_sev) {
     line_ << SeverityName(severity) << '(' << FileName(file) << ':' << line << "): ";
@@ -106,7 +113,7 @@ LogMessage::~LogMessage() {
   try {
     if (!extra_.empty()) line_ << " : " << extra_;
     line_ << '\n';
-    Deliver(line_.str());
+    Deliver(line_.text());
   } catch (...) {
     // Out of memory: the line is lost, the program goes on.
   }
@@ -143,7 +150,7 @@ void LogMessage::Deliver(const std::string& text) const {
 void LogMessage::LogToDebug(int severity) {
   LogState& state = State(min_sev_);
   CritScope scope(state.lock);
-  state.dbg_sev = severity;
+  state.dbg_sev = CanBeSeen(stderr) ? severity : int{LS_NONE};
   state.UpdateGate();
 }
 

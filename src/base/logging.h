@@ -16,10 +16,10 @@
 #include <cerrno>
 #include <ctime>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <string_view>
 
+#include "base/logline.h"
 #include "base/stream.h"
 
 namespace mpbp {
@@ -47,14 +47,15 @@ class LogMessage {
   // Finishes the line and delivers it.
   ~LogMessage();
 
-  std::ostream& stream() { return line_; }
+  LogLine& stream() { return line_; }
 
   // Whether any output wants lines of this severity.
   static bool Loggable(int severity) {
     return severity >= min_sev_.load(std::memory_order_relaxed);
   }
 
-  // Threshold for standard error.
+  // Threshold for standard error. Where that is closed or the null device nothing is written to it:
+  // lines that nobody can see cost nothing.
   static void LogToDebug(int severity);
   // Adds an output; logging shares the stream until LogToStream drops it. Logging serialises its
   // own writes with one lock; a stream that others use too needs a lock of its own. The stream may
@@ -77,14 +78,14 @@ class LogMessage {
 
   static std::atomic<int> min_sev_;
 
-  std::ostringstream line_;
+  LogLine line_;
   int severity_;
   std::string extra_;  // error text, empty without an error context
 };
 
 // Makes `condition ? (void)0 : voidify & stream` an expression of type void.
 struct LogMessageVoidify {
-  void operator&(std::ostream&) const {}
+  void operator&(LogLine&) const {}
 };
 
 }  // namespace mpbp

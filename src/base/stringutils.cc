@@ -1,5 +1,7 @@
 #include "base/stringutils.h"
 
+#include <string.h>
+
 #include <algorithm>
 
 namespace mpbp {
@@ -18,6 +20,12 @@ std::string LowerCase(std::string_view text) {
 bool StartsWithIgnoreCase(std::string_view text, std::string_view prefix) {
   return text.size() >= prefix.size() &&
          std::equal(prefix.begin(), prefix.end(), text.begin(), EqualIgnoringCase);
+}
+
+size_t FindWord(std::string_view text, std::string_view word, size_t from) {
+  const void* const hit = memmem(text.data() + from, text.size() - from, word.data(), word.size());
+  if (!hit) return std::string_view::npos;
+  return static_cast<size_t>(static_cast<const char*>(hit) - text.data());
 }
 
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {

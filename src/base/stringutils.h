@@ -15,6 +15,10 @@ std::string LowerCase(std::string_view text);
 
 bool StartsWithIgnoreCase(std::string_view text, std::string_view prefix);
 
+// As text.find(word, from), but quick in large texts full of the word's first character: a quote,
+// as a rule. `word` must not be empty, and `from` not beyond the end.
+size_t FindWord(std::string_view text, std::string_view word, size_t from = 0);
+
 // `text` with every occurrence of `from` replaced; `from` must not be empty.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
 

@@ -22,7 +22,8 @@ WakeUpPipe::~WakeUpPipe() {
 }
 
 void WakeUpPipe::Signal() {
-  if (!added_) return;
+  // The byte is there: whoever takes it out looks at the queue afterwards.
+  if (!added_ || signaled_) return;
   CritScope scope(crit_);
   if (signaled_) return;
   const char byte = 0;

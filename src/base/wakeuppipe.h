@@ -2,6 +2,8 @@
 #ifndef MPBP_BASE_WAKEUPPIPE_H_
 #define MPBP_BASE_WAKEUPPIPE_H_
 
+#include <atomic>
+
 #include "base/criticalsection.h"
 #include "base/descriptors.h"
 #include "base/iodispatcher.h"
@@ -34,7 +36,7 @@ class WakeUpPipe : public IoDispatcher {
   const Pipe pipe_;
   bool added_ = false;
   CriticalSection crit_;
-  bool signaled_ MPBP_GUARDED_BY(crit_) = false;  // a byte is in the pipe
+  std::atomic<bool> signaled_{false};  // a byte is in the pipe; written with the lock held
 };
 
 }  // namespace mpbp

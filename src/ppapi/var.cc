@@ -63,11 +63,17 @@ Var::~Var() { Release(var_); }
 
 PP_Var Var::Detach() { return std::exchange(var_, PP_Var{PP_VARTYPE_UNDEFINED, 0, {.as_id = 0}}); }
 
-std::optional<std::string> Var::AsString() const {
+std::optional<std::string_view> Var::AsStringView() const {
   if (!is_string() || !Browser().var.to_utf8) return std::nullopt;
   uint32_t length = 0;
   const char* const data = Browser().var.to_utf8(var_, &length);
-  return data ? std::string(data, length) : std::string();
+  return data ? std::string_view(data, length) : std::string_view();
+}
+
+std::optional<std::string> Var::AsString() const {
+  const std::optional<std::string_view> text = AsStringView();
+  if (!text) return std::nullopt;
+  return std::string(*text);
 }
 
 std::optional<int32_t> Var::AsInt() const {

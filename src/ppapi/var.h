@@ -35,7 +35,8 @@ class Var {
   bool is_string() const { return var_.type == PP_VARTYPE_STRING; }
   bool is_object() const { return var_.type == PP_VARTYPE_OBJECT; }
 
-  // Nothing when it is not a string.
+  // Nothing when it is not a string. The view is borrowed, for as long as this lives.
+  std::optional<std::string_view> AsStringView() const;
   std::optional<std::string> AsString() const;
   // Nothing when it is not a number, or does not fit.
   std::optional<int32_t> AsInt() const;

@@ -15,6 +15,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "base/memorylog.h"
 #include "base/messagehandler.h"
@@ -59,7 +60,7 @@ class ClientChannel : public MessageHandler,
   // A page's text: acted on here ("kill", "uploadbrowserpluginlog"), or written to the engine, or
   // queued until the engine has authorized. False when it was not accepted: the channel does not
   // run, the link was given up, or too much waits for the engine already.
-  [[nodiscard]] virtual bool Send(const std::string& text);
+  [[nodiscard]] virtual bool Send(std::string_view text);
   // While held, nothing more is read from an engine that is linked: what the page cannot take stays
   // with the engine. From any place but a call of the delegate's it may be lifted.
   void HoldEngine(bool held);
@@ -119,9 +120,9 @@ class ClientChannel : public MessageHandler,
 
   // Routing (messagerouting.cc).
   void OnSocketMessage(MessageSocket* socket, const std::string& text);
-  [[nodiscard]] bool PreRoute(const std::string& text);
-  [[nodiscard]] bool SendToEngine(const std::string& text);
-  [[nodiscard]] bool WriteToEngine(const std::string& text);
+  [[nodiscard]] bool PreRoute(std::string_view text);
+  [[nodiscard]] bool SendToEngine(std::string_view text);
+  [[nodiscard]] bool WriteToEngine(std::string_view text);
   size_t WaitingBytes() const;  // in the queue and in the socket's buffer; the channel runs
   void RelayToPage(const std::string& text);
   [[nodiscard]] bool HandleKill(const Json::Value& message);

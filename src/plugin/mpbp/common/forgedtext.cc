@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "base/stringutils.h"
 #include "jsonescapes.h"
 
 namespace mpbp {
@@ -12,9 +13,9 @@ constexpr std::string_view kForbidden = "mpbp-request-permission-result";
 }  // namespace
 
 bool IsForgedPermissionResult(std::string_view text) {
-  if (text.find(kForbidden) != std::string_view::npos) return true;
+  if (FindWord(text, kForbidden) != std::string_view::npos) return true;
   if (text.find('\\') == std::string_view::npos) return false;
-  return WithoutJsonEscapes(text).find(kForbidden) != std::string::npos;
+  return FindWord(WithoutJsonEscapes(text), kForbidden) != std::string_view::npos;
 }
 
 }  // namespace mpbp

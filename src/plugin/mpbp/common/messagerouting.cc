@@ -1,9 +1,12 @@
 // The routing of a channel: which texts are relayed, and which are acted on here.
 #include <algorithm>
+#include <string_view>
 
 #include "base/logging.h"
+#include "base/stringutils.h"
 #include "base/timeutils.h"
 #include "engineprocesses.h"
+#include "jsonscan.h"
 #include "jsontext.h"
 #include "plugin/mpbp/common/clientchannel.h"
 #include "plugin/pluginutils.h"
@@ -19,12 +22,16 @@ constexpr size_t kMaxWaitingBytes = size_t{256} << 20;
 
 // Engine texts are told apart by these words, quotes included, wherever they stand: the channel
 // parses nothing that it only relays.
-constexpr char kAliveWord[] = "\"qw\"";
-constexpr char kHttpRequestWord[] = "\"httprequest\"";
-constexpr char kGetProxyWord[] = "\"getproxyforurl\"";
+constexpr std::string_view kAliveWord = "\"qw\"";
+constexpr std::string_view kHttpRequestWord = "\"httprequest\"";
+constexpr std::string_view kGetProxyWord = "\"getproxyforurl\"";
 
-bool Contains(const std::string& text, const char* word) {
-  return text.find(word) != std::string::npos;
+// What pages say to the plug-in itself.
+constexpr std::string_view kKillWord = "kill";
+constexpr std::string_view kUploadLogWord = "uploadbrowserpluginlog";
+
+bool Contains(std::string_view text, std::string_view word) {
+  return FindWord(text, word) != std::string_view::npos;
 }
 
 std::string SlowHandlingComment(int32_t elapsed_ms) {
@@ -36,21 +43,22 @@ std::string SlowHandlingComment(int32_t elapsed_ms) {
 
 }  // namespace
 
-bool ClientChannel::Send(const std::string& text) {
+bool ClientChannel::Send(std::string_view text) {
   const std::shared_ptr<ClientChannel> self = shared_from_this();
   return PreRoute(text) || SendToEngine(text);
 }
 
-bool ClientChannel::PreRoute(const std::string& text) {
+bool ClientChannel::PreRoute(std::string_view text) {
+  if (!MayBeNamed(text, {kKillWord, kUploadLogWord})) return false;
   const std::optional<Json::Value> message = ParseJson(text);
   if (!message) return false;
   const std::optional<std::string> kind = AsString(ElementAt(*message, 0));
-  if (kind == "kill") return HandleKill(*message);
-  if (kind == "uploadbrowserpluginlog") return HandleUploadBrowserPluginLog(*message);
+  if (kind == kKillWord) return HandleKill(*message);
+  if (kind == kUploadLogWord) return HandleUploadBrowserPluginLog(*message);
   return false;
 }
 
-bool ClientChannel::SendToEngine(const std::string& text) {
+bool ClientChannel::SendToEngine(std::string_view text) {
   if (!IsRunning()) {
     LOG(LS_ERROR) << this
                   << ": Called ClientChannel::Send() on a client channel which was not running.";
@@ -67,7 +75,7 @@ bool ClientChannel::SendToEngine(const std::string& text) {
   }
   // What was queued before must go first.
   if (state_ < ChannelState::AUTHORIZED) {
-    pending_sends_.push_back(text);
+    pending_sends_.emplace_back(text);
     pending_bytes_ += text.size();
     return true;
   }
@@ -76,7 +84,7 @@ bool ClientChannel::SendToEngine(const std::string& text) {
 
 size_t ClientChannel::WaitingBytes() const { return pending_bytes_ + socket_->unsent_bytes(); }
 
-bool ClientChannel::WriteToEngine(const std::string& text) {
+bool ClientChannel::WriteToEngine(std::string_view text) {
   if (!socket_->Send(text)) {
     LOG(LS_ERROR) << this << ": Send failed: " << RedactMessage(text);
     return false;

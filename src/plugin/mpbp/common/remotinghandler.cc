@@ -4,10 +4,15 @@
 #include <optional>
 
 #include "base/logging.h"
+#include "jsonscan.h"
 #include "jsontext.h"
 
 namespace mpbp {
 namespace {
+
+constexpr std::string_view kRequestPermission = "mpbp-request-permission";
+constexpr std::string_view kStartRemoting = "mpbp-start-remoting";
+constexpr std::string_view kStopRemoting = "mpbp-stop-remoting";
 
 constexpr int32_t kGranted = 1;
 constexpr int32_t kStarted = 0;
@@ -45,6 +50,10 @@ PrivateService::Done RemotingHandler::Bind(
 }
 
 bool RemotingHandler::HandleMessage(const std::string& text) {
+  // Most texts are neither ours nor broken, and are told apart without parsing them.
+  if (!MayBeNamed(text, {kRequestPermission, kStartRemoting, kStopRemoting}) && IsPlainJson(text)) {
+    return false;
+  }
   std::string errors;
   const std::optional<Json::Value> message = ParseJson(text, &errors);
   if (!message) {
@@ -53,11 +62,11 @@ bool RemotingHandler::HandleMessage(const std::string& text) {
     return false;
   }
   const std::optional<std::string> name = AsString(ElementAt(*message, 0));
-  if (name == "mpbp-request-permission") {
+  if (name == kRequestPermission) {
     RequestPermission(*message);
-  } else if (name == "mpbp-start-remoting") {
+  } else if (name == kStartRemoting) {
     StartRemoting(*message);
-  } else if (name == "mpbp-stop-remoting") {
+  } else if (name == kStopRemoting) {
     StopRemoting(*message);
   } else {
     return false;

@@ -122,7 +122,7 @@ Var PluginObject::Call(const Var& name, std::span<const Var> arguments, Var* exc
   if (!method) return refuse("method name is not a string");
   if (method != kSend) return refuse("Unknown method " + *method);
   if (arguments.size() != 1) return refuse("Invalid argument count for method send");
-  const std::optional<std::string> text = arguments[0].AsString();
+  const std::optional<std::string_view> text = arguments[0].AsStringView();
   if (!text) return refuse("Invalid argument type for method send");
   if (IsForgedPermissionResult(*text)) return refuse("Method call not allowed");
   // Held: the page may destroy the instance from inside Send.
