@@ -1,6 +1,6 @@
 // Long backlogs and memory that runs out.
-#include <malloc.h>
 #include <gmock/gmock.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <fstream>
