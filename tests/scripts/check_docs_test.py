@@ -40,6 +40,7 @@ class CheckDocsTest(unittest.TestCase):
                 (block("$ echo a\na\n$ exit 0", language=console), "ended with status 0"),
                 (block("if true; then", "not run: a reason"), "syntax error"),
                 (block("cd x && sudo no-such a", "not run: root"), "no program no-such"),
+                (block("mpbp-no --list", "not run: long"), "no program mpbp-no"),
                 (block("A=1 \\\n  build/mpbp-no", "not run: long"), "no program build/mpbp-no"),
                 (block("cmake --preset nothing", "not run: long"), "no preset nothing"),
                 ("see [there](nowhere.md)", "the link nowhere.md leads nowhere"),
@@ -59,7 +60,7 @@ class CheckDocsTest(unittest.TestCase):
                   "$ printf '%s\\n' a.b xcx \\\n> end\na.b\n…c…\n…\n"
                   "$ ls scripts build >/dev/null", language="console"),
             block("exit 3", "run, status 3"),
-            block("# as root\nsudo apt-get install x | tee y; build/mpbp-host", "not run: root"),
+            block("# as root\nsudo apt-get install x | tee y; mpbp-host", "not run: root"),
             "    [\"httprequest\",1]", "```html\n<embed>\n```\n")))
         self.assertEqual(0, status, said)
         self.assertIn("blocks run: 3", said)
