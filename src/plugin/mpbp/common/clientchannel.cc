@@ -127,6 +127,7 @@ void ClientChannel::TryToConnect() {
   LOG(LS_INFO) << this << ": Attempting to connect to MurmelParlPlugin...";
   if (InitiateConnection() != LinkAttempt::FAILED) return;
   LOG(LS_INFO) << this << ": Waiting for MurmelParlPlugin to start...";
+  WarnOfSilentLaunch();
   PostDelayed(kRetryDelayMs, kMsgConnect);
 }
 
