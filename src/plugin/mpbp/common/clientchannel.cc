@@ -276,6 +276,7 @@ void ClientChannel::Recover() {
   LOG(LS_WARNING) << this
                   << ": Read from a stale port file, but already tried to restart quern. "
                      "Attempting to reconnect.";
+  WarnOfSilentLaunch();
   PostDelayed(kRetryDelayMs, kMsgConnect);
 }
 
