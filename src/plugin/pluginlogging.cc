@@ -121,6 +121,7 @@ void LogOptions(const std::string& prefix, const std::string& options_path,
   };
   tell("install_dir", kDefaultInstallDir);
   tell("plugin_enable_corp_host", "0");
+  tell("prompt_delivery", "0");
   tell(prefix + "_log_level", "LS_INFO");
   tell(prefix + "_log_path", log_path.pathname());
 }
