@@ -63,7 +63,7 @@ int Serve() {
   signal(SIGPIPE, SIG_IGN);
   mallopt(M_MMAP_THRESHOLD, kLargeBlock);
   mallopt(M_TRIM_THRESHOLD, kLargeBlock);
-  SetupPluginLogging(kLogTag, kLogFileName, LogPathMeans::FOLDER_OF);
+  SetupPluginLogging(kLogTag, kLogFileName, PluginVersion(), LogPathMeans::FOLDER_OF);
   // Standard error is the browser's own.
   LogMessage::LogToDebug(LS_WARNING);
   SetRequireSecureStandardHosts(true);

@@ -22,6 +22,7 @@ Options ReadPlainly(std::string_view text) {
   for (std::string line; std::getline(lines, line);) {
     const size_t separator = line.find('=');
     if (separator == std::string::npos) continue;
+    while (line.back() == '\r') line.pop_back();  // ends at the "=", at the latest
     options.insert_or_assign(line.substr(0, separator), line.substr(separator + 1));
   }
   return options;

@@ -32,7 +32,7 @@ bool OptionsPersistence::EnsureLoaded() {
     LOG(LS_ERROR) << "Could not get app data folder; cannot do any options storage!";
     return false;
   }
-  path.SetFilename("options");
+  path.SetFilename(kOptionsFile);
   file_ = std::make_unique<OptionsFile>(path.pathname());
   if (!file_->Load()) {
     LOG(LS_WARNING) << "Error while loading options; some may be missing";

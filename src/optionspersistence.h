@@ -10,6 +10,9 @@
 
 namespace mpbp {
 
+// In the per-user application data folder.
+inline constexpr char kOptionsFile[] = "options";
+
 // Made for one use and discarded, by one thread, so that a change of the file counts from the next
 // use on. Each operation returns whether it succeeded; an out parameter is written on success only.
 class OptionsPersistenceInterface {
@@ -23,7 +26,7 @@ class OptionsPersistenceInterface {
   [[nodiscard]] virtual bool RemoveValue(const std::string& name) = 0;
 };
 
-// Keeps the options in the file "options" of the per-user application data folder.
+// Keeps the options in kOptionsFile.
 class OptionsPersistence : public OptionsPersistenceInterface {
  public:
   [[nodiscard]] bool GetStringValue(const std::string& name, std::string* value) override;

@@ -98,6 +98,7 @@ Commands:
   /create        put it back, on a new page
   /event CODE    the private interface reports a remoting event
   /wait SECONDS  take the next line only after this time
+  /slow MS       take MS milliseconds over each text that reaches the page (0)
   /help          print this
   /quit          leave
   //TEXT         send "/TEXT"

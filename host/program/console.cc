@@ -8,6 +8,7 @@
 #include <ctime>
 #include <functional>
 #include <map>
+#include <thread>
 #include <utility>
 
 #include "host/program/arguments.h"
@@ -126,6 +127,7 @@ void Console::HandleCommand(const std::string& command, const std::string& argum
        }},
       {"/event", [&] { FireEvent(argument); }},
       {"/wait", [&] { Wait(argument); }},
+      {"/slow", [&] { SetSlowness(argument); }},
       {"/help", [&] { std::fputs(kUsage, stdout); }},
       {"/quit", [&] { done_ = true; }},
   };
@@ -144,7 +146,18 @@ void Console::ListProperties() {
 }
 
 void Console::SetOnMessage() {
-  Check(page_->SetOnMessage([](const std::string& text) { PrintLine(text); }));
+  Check(page_->SetOnMessage([this](const std::string& text) {
+    PrintLine(text);
+    std::this_thread::sleep_for(slowness_);
+  }));
+}
+
+void Console::SetSlowness(const std::string& ms) {
+  if (const auto number = ParseSeconds(ms)) {
+    slowness_ = Seconds(*number / 1000);
+  } else {
+    PrintLine("/slow needs a number of milliseconds");
+  }
 }
 
 void Console::FireEvent(const std::string& code) {

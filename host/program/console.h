@@ -33,7 +33,9 @@ class Console {
   void HandleLine(const std::string& line);
   void HandleCommand(const std::string& command, const std::string& argument);
   void ListProperties();
+  // The page prints each text, and takes as long over it as it was told.
   void SetOnMessage();
+  void SetSlowness(const std::string& ms);
   void FireEvent(const std::string& code);
   void Wait(const std::string& seconds);
   // Prints what was thrown. True when nothing was.
@@ -48,6 +50,7 @@ class Console {
   bool input_over_ = false;
   bool end_announced_ = false;
   Clock::time_point wait_until_;
+  Clock::duration slowness_{};
   std::string partial_;
   std::deque<std::string> lines_;
   std::shared_ptr<Page> page_;

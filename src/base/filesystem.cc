@@ -94,10 +94,17 @@ bool Filesystem::GetAppDataFolder(Pathname* path, bool per_user) {
   if (!per_user) {
     folder.SetFolder("/var/cache/");
   } else if (!GetUserBaseFolder(&folder)) {
+    LOG(LS_WARNING) << "No home folder is known: neither XDG_CONFIG_HOME, HOME nor DOTDIR is set, "
+                       "and the password database has none";
     return false;
   }
   folder.AppendFolder(AppDataLeaf());
-  if (!CreateFolder(folder.folder(), 0700)) return false;
+  int error = 0;
+  if (!CreateFolder(folder.folder(), 0700, &error)) {
+    LOG_ERR_EX(LS_WARNING, error) << "The configuration folder cannot be made, path="
+                                  << folder.folder();
+    return false;
+  }
   // A folder that was there before keeps the mode it had.
   if (chmod(folder.folder().c_str(), 0700) != 0) {
     LOG_ERR(LS_ERROR) << "Can't set mode on " << folder.folder();
@@ -128,21 +135,26 @@ bool Filesystem::IsTemporaryPath(std::string_view path) {
   return path.starts_with("/tmp/") || path.starts_with("/var/tmp/");
 }
 
-bool Filesystem::CreateFolder(const std::string& folder, mode_t mode) {
-  if (folder.empty() || folder.back() != '/') return false;
+bool Filesystem::CreateFolder(const std::string& folder, mode_t mode, int* error) {
+  const auto fail = [error](int reason) {
+    if (error) *error = reason;
+    return false;
+  };
+  if (folder.empty() || folder.back() != '/') return fail(EINVAL);
   struct stat status = {};
-  if (stat(folder.c_str(), &status) == 0) return S_ISDIR(status.st_mode);
-  if (errno != ENOENT) return false;
+  if (stat(folder.c_str(), &status) == 0) return S_ISDIR(status.st_mode) || fail(ENOTDIR);
+  if (errno != ENOENT) return fail(errno);
   // Ends: "/" exists, and a path longer than the system takes fails above with ENAMETOOLONG.
   const size_t parent_end = folder.find_last_of('/', folder.size() - 2);
   if (folder.size() > 1 && parent_end != std::string::npos &&
-      !CreateFolder(folder.substr(0, parent_end + 1), mode)) {
+      !CreateFolder(folder.substr(0, parent_end + 1), mode, error)) {
     return false;
   }
   LOG(LS_INFO) << "Creating folder: " << folder;
   if (mkdir(folder.c_str(), mode) == 0) return true;
   // The engine, which uses the same folders, may have been faster.
-  return errno == EEXIST && IsFolder(folder);
+  const int reason = errno;
+  return (reason == EEXIST && IsFolder(folder)) || fail(reason);
 }
 
 bool Filesystem::CreatePrivateFile(const std::string& path) {

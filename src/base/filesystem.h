@@ -36,8 +36,10 @@ class Filesystem {
   static bool IsTemporaryPath(std::string_view path);
 
   // Makes sure that the folder exists, with its parents; what it creates gets `mode` less the
-  // umask. `folder` ends with '/'.
-  [[nodiscard]] static bool CreateFolder(const std::string& folder, mode_t mode);
+  // umask. `folder` ends with '/'. False with an errno value in *error, which may be null, on
+  // failure.
+  [[nodiscard]] static bool CreateFolder(const std::string& folder, mode_t mode,
+                                         int* error = nullptr);
   // Creates an empty file with mode 0600; an existing one, or a link in its place, is a failure.
   [[nodiscard]] static bool CreatePrivateFile(const std::string& path);
   // False with an errno value in *error, which may be null, on failure.

@@ -1,5 +1,6 @@
 #include "base/optionsfile.h"
 
+#include <cerrno>
 #include <locale>
 #include <sstream>
 
@@ -21,6 +22,10 @@ bool IsLegalValue(const std::string& value) {
   return false;
 }
 
+void NameUnreadable(const std::string& path, int error) {
+  LOG_ERR_EX(LS_WARNING, error) << "The options file cannot be read, path=" << path;
+}
+
 }  // namespace
 
 bool OptionsFile::Load() {
@@ -29,18 +34,20 @@ bool OptionsFile::Load() {
   int error = 0;
   if (!file.Open(path_, "r", &error)) {
     LOG(LS_WARNING) << "Could not open file, err=" << error;
+    if (error != ENOENT) NameUnreadable(path_, error);
     return false;
   }
   std::string line;
   size_t size = 0;
-  StreamResult result = file.ReadLine(&line);
+  StreamResult result = file.ReadLine(&line, &error);
   while (result == StreamResult::SR_SUCCESS && size + line.size() < kMaxFileSize) {
     size += line.size() + 1;
     AddLine(line);
-    result = file.ReadLine(&line);
+    result = file.ReadLine(&line, &error);
   }
   if (result == StreamResult::SR_EOS) return true;
   LOG(LS_ERROR) << "Error when reading from file";
+  NameUnreadable(path_, result == StreamResult::SR_ERROR ? error : EFBIG);
   return false;
 }
 
@@ -50,7 +57,9 @@ void OptionsFile::AddLine(const std::string& line) {
     LOG(LS_WARNING) << "Ignoring malformed line in " << path_;
     return;
   }
-  options_[line.substr(0, separator)] = line.substr(separator + 1);
+  // An editor of another system may have left carriage returns.
+  const size_t end = line.find_last_not_of('\r') + 1;
+  options_[line.substr(0, separator)] = line.substr(separator + 1, end - separator - 1);
 }
 
 bool OptionsFile::IsLoadable() const {

@@ -1,6 +1,6 @@
 // Named text settings in a plain file, one "name=value" line each, sorted by name.
 //
-// A line ends with a line feed; a carriage return before it belongs to the value. The first "="
+// A line ends with a line feed; carriage returns before it are no part of the value. The first "="
 // ends the name. Nothing is quoted or escaped, so neither part may hold a line feed or a backslash,
 // and a name no "=". Either may be empty.
 #ifndef MPBP_BASE_OPTIONSFILE_H_

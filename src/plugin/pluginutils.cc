@@ -1,26 +1,21 @@
 #include "plugin/pluginutils.h"
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
+#include <fcntl.h>
+#include <unistd.h>
 
-#include "base/filestream.h"
+#include <atomic>
+#include <cerrno>
+#include <string>
+#include <vector>
+
 #include "base/filesystem.h"
 #include "base/logging.h"
 #include "base/posix.h"
-#include "base/staticobject.h"
-#include "base/systeminfo.h"
 #include "engineprocesses.h"
-#include "logutility.h"
 #include "optionspersistence.h"
 
 namespace mpbp {
 namespace {
-
-constexpr char kDefaultInstallDir[] = "/opt/murmel/parlplugin/";
-constexpr char kApplicationName[] = "Murmel Parl Plugin";
-constexpr char kOrganizationName[] = "Murmel";
-constexpr int64_t kBytesPerMebibyte = 1'048'576;
 
 // How long one launch serves everybody in the process.
 constexpr auto kSharedLaunch = std::chrono::seconds(1);
@@ -29,73 +24,41 @@ using Clock = std::chrono::steady_clock;
 
 constexpr Clock::time_point kNoLaunch = Clock::time_point::min();
 constinit std::atomic<Clock::time_point> last_launch{kNoLaunch};  // of those that worked
-
-struct LogStoreHolder {
-  CriticalSection lock;
-  std::shared_ptr<MemoryLog> store MPBP_GUARDED_BY(lock);
-};
-
-LogStoreHolder& LogStore() {
-  static StaticObject<LogStoreHolder> holder;
-  return *holder;
-}
-
-std::shared_ptr<MemoryLog> GetOrCreateLogStore() {
-  CritScope scope(LogStore().lock);
-  std::shared_ptr<MemoryLog>& store = LogStore().store;
-  if (!store) store = std::make_shared<MemoryLog>();
-  return store;
-}
-
-// Empty without a value; `options` is only read.
-std::string GetOption(OptionsPersistenceInterface& options, const std::string& name) {
-  std::string value;
-  return options.GetStringValue(name, &value) ? value : std::string();
-}
+// The last of those that worked, until somebody was warned about it.
+constinit std::atomic<Clock::time_point> unwarned_launch{kNoLaunch};
 
 std::string EnginePath() {
-  std::string path = GetOption(*CreateOptionsPersistence(), "install_dir");
-  if (path.empty()) {
+  std::string path;
+  if (!CreateOptionsPersistence()->GetStringValue("install_dir", &path) || path.empty()) {
     path = kDefaultInstallDir;
     LOG(LS_WARNING) << "Failed to get MurmelParlPlugin path. Trying default.";
   }
   return Pathname(path, kEngineName).pathname();
 }
 
-// Where the log goes; empty when there is no place for it.
-Pathname LogPath(const std::string& configured, const std::string& default_file_name,
-                 LogPathMeans path_means) {
-  if (!configured.empty()) {
-    Pathname path(ReplaceTimestamp(configured));
-    if (path_means == LogPathMeans::FOLDER_OF) path.SetFilename(default_file_name);
-    return path;
+// The launch itself does not see this. It looks for a relative path in "/".
+void WarnIfItCannotBeRun(const std::string& path) {
+  const std::string absolute = path.starts_with('/') ? path : "/" + path;
+  int error = 0;
+  if (faccessat(AT_FDCWD, absolute.c_str(), X_OK, AT_EACCESS) != 0) {
+    error = errno;
+  } else if (!Filesystem::IsFile(absolute)) {
+    error = EACCES;
   }
-  LOG(LS_INFO) << "No bp log location saved, using default.";
-  Pathname path;
-  if (Filesystem::GetAppDataFolder(&path, true)) path.SetFilename(default_file_name);
-  return path;
+  if (error == 0) return;
+  LOG_ERR_EX(LS_WARNING, error) << "MurmelParlPlugin cannot be run, path=" << absolute;
 }
 
-void OpenLog(const Pathname& path, int level) {
-  if (!Filesystem::CreateFolder(path.folder(), 0700)) {
-    LOG(LS_ERROR) << "Unable to create directory for logfile: " << path.pathname();
+std::string DescribeEngines() {
+  std::vector<int> pids;
+  FindEngineProcesses(true, &pids);
+  if (pids.empty()) {
+    return "No process of that name with an id above 999 runs: it has ended, could not be run, or "
+           "has another name";
   }
-  auto file = std::make_shared<FileStream>();
-  std::shared_ptr<MemoryLog> store = GetOrCreateLogStore();
-  if (!file->Open(path.pathname(), "w", nullptr) || !file->DisableBuffering()) {
-    LOG(LS_ERROR) << "Unable to write to logfile:" << path.pathname();
-    return;
-  }
-  LogMessage::LogToStream(std::move(file), level);
-  LogMessage::AddLogToStream(std::move(store), level);
-}
-
-void LogSystemInfo() {
-  const SystemInfo info = SystemInfo::Gather();
-  LOG(LS_INFO) << "Cpu: " << info.cpu.family << "." << info.cpu.model << "." << info.cpu.stepping
-               << ", x" << info.cpu.processors << ", " << info.max_cpu_mhz << "Mhz, "
-               << info.memory_bytes / kBytesPerMebibyte << "MB";
-  LOG(LS_INFO) << "Computer model: " << info.model;
+  std::string text = "It runs, pid:";
+  for (const int pid : pids) text += " " + std::to_string(pid);
+  return text;
 }
 
 }  // namespace
@@ -104,10 +67,12 @@ bool LaunchEngine(int* error) {
   *error = 0;
   LOG(LS_INFO) << "Starting Quern";
   std::string path = EnginePath();
+  WarnIfItCannotBeRun(path);
   char* const argv[] = {path.data(), nullptr};
   int system_error = 0;
   if (RunAsDaemon(path.c_str(), argv, &system_error)) {
     LOG(LS_INFO) << "Started MurmelParlPlugin, path=" << path;
+    unwarned_launch = Clock::now();
     return true;
   }
   *error = system_error != 0 ? system_error : -1;
@@ -129,30 +94,16 @@ bool ShareEngineLaunch(int* error) {
 
 void ForgetEngineLaunch() { last_launch = kNoLaunch; }
 
-void SetupPluginLogging(const std::string& prefix, const std::string& default_file_name,
-                        LogPathMeans path_means) {
-  Filesystem::SetApplicationName(kApplicationName);
-  Filesystem::SetOrganizationName(kOrganizationName);
-  const auto options = CreateOptionsPersistence();
-  const std::string level_name = GetOption(*options, prefix + "_log_level");
-  const int level = level_name.empty() ? LS_INFO : LogMessage::SeverityFromName(level_name);
-  LogMessage::LogToDebug(std::min<int>(level, LS_INFO));
-  const Pathname path =
-      LogPath(GetOption(*options, prefix + "_log_path"), default_file_name, path_means);
-  LogMessage::LogTimestamps(true);
-  if (!path.empty()) OpenLog(path, level);
-  LogSystemInfo();
-}
-
-std::shared_ptr<MemoryLog> PluginLogStore() {
-  CritScope scope(LogStore().lock);
-  return LogStore().store;
-}
-
-void ReleasePluginLog() {
-  LogMessage::LogToStream(nullptr, LS_NONE);
-  CritScope scope(LogStore().lock);
-  LogStore().store.reset();
+void WarnOfSilentLaunch(std::chrono::milliseconds patience) {
+  Clock::time_point launch = unwarned_launch;
+  if (launch == kNoLaunch || Clock::now() - launch < patience) return;
+  const auto age = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - launch);
+  if (!unwarned_launch.compare_exchange_strong(launch, kNoLaunch)) return;
+  Pathname folder;
+  static_cast<void>(Filesystem::GetAppDataFolder(&folder, true));  // logs its failure
+  LOG(LS_WARNING) << "MurmelParlPlugin was started " << age.count()
+                  << " s ago, and there is no port file that can be used in " << folder.folder()
+                  << ". " << DescribeEngines() << ".";
 }
 
 }  // namespace mpbp

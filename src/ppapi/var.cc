@@ -95,15 +95,17 @@ Var Var::GetProperty(const char* name) const {
   return thrown.is_undefined() ? result : Var();
 }
 
-void Var::CallAsFunction(const Var& argument) const {
+std::optional<std::string> Var::CallAsFunction(const Var& argument) const {
   const PPB_Var_Deprecated_0_3* const scripting = Browser().var_deprecated;
-  if (!scripting || !is_object()) return;
+  if (!scripting || !is_object()) return std::nullopt;
   const Var function = *this;  // the page may drop the last reference while it runs
   PP_Var arguments[] = {argument.get()};
   PP_Var exception = Var().get();
   // An undefined method name calls the object itself.
   const Var result = Adopt(scripting->Call(function.get(), Var().get(), 1, arguments, &exception));
   const Var thrown = Adopt(exception);
+  if (thrown.is_undefined()) return std::nullopt;
+  return thrown.AsString().value_or("");
 }
 
 }  // namespace mpbp

@@ -43,9 +43,10 @@ class Var {
 
   // A property of an object; undefined when there is none, it throws, or this is not an object.
   Var GetProperty(const char* name) const;
-  // Calls a function without `this`. What it returns or throws is dropped. The page may do anything
-  // meanwhile.
-  void CallAsFunction(const Var& argument) const;
+  // Calls a function without `this`, and gives what it threw: the text, or an empty one when the
+  // browser gave none; nothing when it threw nothing. What it returns is dropped. The page may do
+  // anything meanwhile.
+  [[nodiscard]] std::optional<std::string> CallAsFunction(const Var& argument) const;
 
   // Borrowed, for as long as this lives.
   const PP_Var& get() const { return var_; }

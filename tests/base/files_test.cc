@@ -120,7 +120,7 @@ TEST_F(FilesTest, PrivateFilesAreNewFiles) {
 }
 
 TEST_F(FilesTest, OptionsAreLoadedChangedAndSavedAsSortedLines) {
-  WriteFile(path_, "b=1\nx=a=b\n=empty name\n\nno separator\nb=2\nempty=\nlast=\r");
+  WriteFile(path_, "b=1\nx=a=b\r\n=empty name\n\nno separator\nb=2\nempty=\r\r\nlast=a\rb\r");
   ASSERT_TRUE(options_.Load());
   EXPECT_EQ(2, log_.Count("Ignoring malformed line in " + path_));
   EXPECT_EQ("a=b+(failed)", Value("x") + Value("empty") + "+" + Value("no separator"));
@@ -137,7 +137,8 @@ TEST_F(FilesTest, OptionsAreLoadedChangedAndSavedAsSortedLines) {
   }
   EXPECT_FALSE(options_.SetStringValue("b", "a\nb") || options_.SetStringValue("b", "a\\b"));
   ASSERT_TRUE(options_.Save());
-  EXPECT_EQ("=empty name\nB=with = and \"quotes\"\nb=2\nlast=\r\nn=-12\nx=a=b\n", ReadFile(path_));
+  EXPECT_EQ("=empty name\nB=with = and \"quotes\"\nb=2\nlast=a\rb\nn=-12\nx=a=b\n",
+            ReadFile(path_));
 }
 
 TEST_F(FilesTest, OptionsThatCannotBeReadOrWrittenFailAndSaySo) {
@@ -159,6 +160,9 @@ TEST_F(FilesTest, OptionsThatCannotBeReadOrWrittenFailAndSaySo) {
   EXPECT_FALSE(options_.Load());
   EXPECT_EQ("1", Value("first"));
   EXPECT_EQ(2, log_.Count("Error when reading from file\n"));
+  for (const std::string& reason : {dir_.path() + " : [0x00000015] ", path_ + " : [0x0000001b] "}) {
+    EXPECT_EQ(1, log_.Count("The options file cannot be read, path=" + reason)) << reason;
+  }
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <map>
 
+#include "plugin/pluginutils.h"
 #include "tests/channel/channel_fixture.h"
 #include "tests/support/child_process.h"
 
@@ -56,6 +57,16 @@ TEST_F(Lifecycle, LaunchesAnEngineAndPollsForItsPortFile) {
   EXPECT_EQ(channel_->launches, 1);
   StartEngine();
   EXPECT_TRUE(RunUntilText(kReadyText));
+}
+
+TEST_F(Lifecycle, AnEngineThatWritesNoPortFileForTenSecondsIsToldWhilePolling) {
+  app_data_.WriteOptions("install_dir=" + app_data_.dir().path() + "\n");
+  channel_->launch = [](int* error) { return LaunchEngine(error); };
+  const CapturedLog log;
+  ASSERT_TRUE(Start());
+  const auto launched = std::chrono::steady_clock::now();
+  ASSERT_TRUE(PumpUntil([&] { return log.Contains("no port file that can be used in "); }));
+  EXPECT_GE(std::chrono::steady_clock::now() - launched, std::chrono::seconds(9));
 }
 
 TEST_F(Lifecycle, RefusesToStartWithoutASocketTwiceOrWithoutAnEngine) {

@@ -85,6 +85,21 @@ TEST_F(FakeEngineTest, EveryKindOfTextReachesThePageWholeAndUnchanged) {
   EXPECT_THAT(engine_->received, testing::ElementsAre(all, large));
 }
 
+TEST_F(FakeEngineTest, WhatACallbackThrowsIsALineOfTheLogAndTheLinkGoesOn) {
+  ConnectPage();
+  on_text_ = [&](const std::string& text) {
+    if (text == "[\"last\"]") page_->DestroyInstance();
+    throw std::runtime_error("Error of " + text + "\n" + std::string(2000, 'x'));
+  };
+  for (const std::string text : {"[1]", "[2]", "[\"last\"]"}) engine_->Send(text);
+  EXPECT_TRUE(RunUntilText("[\"last\"]"));
+  for (const std::string text : {"[1]", "[2]", "[\"last\"]"}) {
+    EXPECT_THAT(Log(), testing::ContainsRegex("Warning\\(plugin.cc:[0-9]+\\): The page's onmessage "
+                                              "threw: Error of \\" +
+                                              text + " x{900,1000}\\.\\.\\.\n"));
+  }
+}
+
 TEST_F(FakeEngineTest, TextsForAPageWithoutACallbackAreDropped) {
   ConnectPage();
   EXPECT_EQ(page_->ClearOnMessage(host::Undefined{}).exception, std::nullopt);

@@ -127,5 +127,52 @@ TEST(LauncherTest, StartsTheEngineOfTheConfiguredFolderWithoutArguments) {
               log.Contains("Started MurmelParlPlugin, path=" + default_path + "\n"));
 }
 
+TEST(LauncherTest, SaysWhatTheStartItselfCannotTell) {
+  const test::ScopedAppData app_data;
+  const std::string folder = app_data.dir() / "engine";
+  const std::string path = folder + "/MurmelParlPlugin";
+  std::filesystem::create_directories(folder);
+  app_data.WriteOptions("install_dir=" + folder + "\n");
+  int error = 0;
+  const auto launch_says = [&](const std::string& text) {
+    const test::CapturedLog log;
+    EXPECT_TRUE(LaunchEngine(&error));
+    return log.Contains(text);
+  };
+  const std::string warning = "MurmelParlPlugin cannot be run, path=" + path;
+  EXPECT_TRUE(launch_says(warning + " : [0x00000002] "));
+  test::WriteFile(path, "#!/bin/sh\n");
+  ASSERT_EQ(0, chmod(path.c_str(), 0644));
+  EXPECT_TRUE(launch_says(warning + " : [0x0000000d] "));
+  ASSERT_EQ(0, chmod(path.c_str(), 0755));
+  EXPECT_FALSE(launch_says("cannot be run"));
+  std::filesystem::remove(path);
+  std::filesystem::create_directories(path);
+  EXPECT_TRUE(launch_says(warning + " : [0x0000000d] "));
+  // The engine's process starts in "/".
+  app_data.WriteOptions("install_dir=" + std::filesystem::relative(folder).string() + "\n");
+  EXPECT_TRUE(launch_says("cannot be run, path=/.."));
+}
+
+TEST(LauncherTest, ALaunchWithoutAPortFileIsToldOnceWithWhatRuns) {
+  const test::ScopedAppData app_data;
+  app_data.WriteOptions("install_dir=" + app_data.dir().path() + "\n");
+  const test::CapturedLog log;
+  std::vector<int> others;
+  FindEngineProcesses(true, &others);
+  int error = 0;
+  ASSERT_TRUE(LaunchEngine(&error));
+  WarnOfSilentLaunch(std::chrono::hours(1));
+  EXPECT_FALSE(log.Contains("no port file that can be used"));
+  for (int i = 0; i < 2; ++i) WarnOfSilentLaunch(std::chrono::seconds(0));
+  EXPECT_EQ(1, log.Count(" s ago, and there is no port file that can be used in " +
+                         app_data.folder() + (others.empty() ? ". No process" : ". It runs")));
+  const NamedChild engine("MurmelParlPlugin");
+  ASSERT_TRUE(LaunchEngine(&error));
+  WarnOfSilentLaunch(std::chrono::seconds(0));
+  EXPECT_TRUE(
+      log.Contains(". It runs, pid: " + (others.empty() ? std::to_string(engine.pid()) : "")));
+}
+
 }  // namespace
 }  // namespace mpbp

@@ -127,6 +127,7 @@ void ClientChannel::TryToConnect() {
   LOG(LS_INFO) << this << ": Attempting to connect to MurmelParlPlugin...";
   if (InitiateConnection() != LinkAttempt::FAILED) return;
   LOG(LS_INFO) << this << ": Waiting for MurmelParlPlugin to start...";
+  WarnOfSilentLaunch();
   PostDelayed(kRetryDelayMs, kMsgConnect);
 }
 
@@ -275,6 +276,7 @@ void ClientChannel::Recover() {
   LOG(LS_WARNING) << this
                   << ": Read from a stale port file, but already tried to restart quern. "
                      "Attempting to reconnect.";
+  WarnOfSilentLaunch();
   PostDelayed(kRetryDelayMs, kMsgConnect);
 }
 

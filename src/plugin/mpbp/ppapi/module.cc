@@ -1,6 +1,7 @@
 #include "plugin/mpbp/ppapi/module.h"
 
 #include "base/logging.h"
+#include "plugin/mpbp/common/version.h"
 #include "plugin/mpbp/ppapi/plugin.h"
 #include "plugin/pluginutils.h"
 #include "ppapi/browser.h"
@@ -20,7 +21,7 @@ Module::~Module() {
 
 bool Module::Init() {
   LOG(LS_VERBOSE) << "Init";
-  SetupPluginLogging(kLogTag, kLogFileName);
+  SetupPluginLogging(kLogTag, kLogFileName, PluginVersion());
   return true;
 }
 

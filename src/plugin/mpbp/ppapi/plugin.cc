@@ -1,5 +1,8 @@
 #include "plugin/mpbp/ppapi/plugin.h"
 
+#include <algorithm>
+#include <optional>
+
 #include "base/logging.h"
 #include "plugin/allowlist.h"
 #include "plugin/mpbp/common/proxylookup.h"
@@ -14,6 +17,15 @@ namespace {
 
 // How often the channel's sockets and timers are served.
 constexpr int32_t kPumpIntervalMs = 100;
+
+// A text of the page as a line of the log can hold it.
+std::string OneLine(std::string text) {
+  constexpr size_t kLongest = 1000;
+  if (text.size() > kLongest) text.replace(kLongest, std::string::npos, "...");
+  std::replace_if(
+      text.begin(), text.end(), [](unsigned char c) { return c < ' '; }, ' ');
+  return text;
+}
 
 }  // namespace
 
@@ -101,8 +113,10 @@ void PluginObject::MessageReceived(const std::string& text) {
   LOG(LS_VERBOSE) << "MessageReceived " << text;
   const std::shared_ptr<RemotingHandler> remoting_handler = remoting_handler_;
   if (!remoting_handler || remoting_handler->HandleMessage(text)) return;
-  if (onmessage_.is_object()) onmessage_.CallAsFunction(Var(text));
+  if (!onmessage_.is_object()) return;
+  const std::optional<std::string> thrown = onmessage_.CallAsFunction(Var(text));
   // The page may have destroyed the instance: nothing of it may be touched from here on.
+  if (thrown) LOG(LS_WARNING) << "The page's onmessage threw: " << OneLine(*thrown);
 }
 
 bool PluginObject::StartHttpRequest(const HttpRequest& request,
