@@ -163,17 +163,18 @@ const scenes = {
       thrown(() => HTMLEmbedElement.prototype.version) !== 'nothing thrown']);
   },
 
-  // The driver kills the connector.
-  async survives() {
+  // The driver kills the connector so often, or what else there is to kill.
+  async survives(count) {
     const session = await new Session().alive();
-    const dead = session.kind('f-dead');
-    report('alive', true);
-    await dead;
-    report('dead', true);
-    await session.kind('f-ready');
-    report('back', session.count('["f-dead"]'));
-    await session.kind('qw');
-    report('echo', await session.echo('after its death'));
+    for (let i = 0; i < count; i++) {
+      const dead = session.kind('f-dead');
+      const back = session.kind('qw');
+      report('alive', i);
+      await dead;
+      report('dead', i);
+      await back;
+    }
+    report('back', [session.count('["f-dead"]'), await session.echo('after the last')]);
   },
 
   // What onerror gets, and again when the page tries again.

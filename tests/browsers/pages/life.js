@@ -32,21 +32,6 @@ const scenes = {
     finish();
   },
 
-  // The driver kills the connector so often.
-  async deaths(count) {
-    const session = await new Session().alive();
-    for (let i = 0; i < count; i++) {
-      const dead = session.kind('f-dead');
-      const back = session.kind('f-ready');
-      report('alive', i);
-      await dead;
-      report('dead', i);
-      await back;
-    }
-    report('echo', await session.echo('after the last'));
-    finish();
-  },
-
   // The driver watches what is left of it.
   async stays() {
     await new Session().alive();
