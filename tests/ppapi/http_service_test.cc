@@ -1,12 +1,9 @@
-#include <atomic>
 #include <map>
-#include <set>
 
 #include "jsontext.h"
 #include "tests/ppapi/module_fixture.h"
 #include "tests/support/http_server.h"
 #include "tests/support/scoped_limit.h"
-#include "tests/support/wait_until.h"
 
 namespace mpbp::test {
 namespace {
@@ -183,30 +180,6 @@ TEST_F(HttpServiceTest, ARequestThatFailsIsAnsweredWithItsError) {
   EXPECT_THAT(texts_, IsEmpty());
 }
 
-TEST_F(HttpServiceTest, ManyRequestsRunAtTheSameTime) {
-  constexpr size_t kCount = 20;
-  std::atomic<size_t> asked = 0;
-  // Answers nobody before everybody has asked.
-  HttpServer meeting([&](const HttpServerRequest& request) {
-    ++asked;
-    const bool all = WaitUntil([&] { return asked >= kCount; }, 10000);
-    return HttpServerResponse{.body = all ? request.path : "alone"};
-  });
-  Start();
-  std::vector<std::string> texts;
-  std::set<std::string> expected, answered;
-  for (int i = 0; i < static_cast<int>(kCount); ++i) {
-    const std::string path = "/" + std::to_string(i);
-    texts.push_back(TextOf({.path = path, .port = meeting.port(), .id = i}));
-    expected.insert(std::to_string(i) + path);
-  }
-  for (const std::string& text : Ask(texts, kCount)) {
-    const Json::Value answer = Parsed(text);
-    answered.insert(answer[1].asString() + answer[4].asString());
-  }
-  EXPECT_EQ(answered, expected);
-}
-
 TEST_F(HttpServiceTest, TheStackDoesNotGrowWithTheBodyWhenReadsCompleteAtOnce) {
   responses_["/big"] = {.body = std::string(6 << 20, 'b')};
   responses_["/drop"].status = "";
@@ -218,15 +191,21 @@ TEST_F(HttpServiceTest, TheStackDoesNotGrowWithTheBodyWhenReadsCompleteAtOnce) {
   EXPECT_EQ(Fetch({.path = "/drop"}), Failure(1, 3));  // refused by the call that opens it
 }
 
-TEST_F(HttpServiceTest, AnInstanceThatGoesTakesItsRequestsWithIt) {
-  responses_["/hang"] = {.hang = true};
+TEST_F(HttpServiceTest, ManyRequestsRunAtOnceAndGoWithTheirInstance) {
+  responses_["/hang"].hang = true;
   responses_["/big"] = {.body = std::string(12 << 20, 'b')};
   WriteOptions("pluginppapi_log_level=LS_VERBOSE\n");
   Start();
-  for (int i = 0; i < 3; ++i) engine_->Send(TextOf({.path = "/hang", .port = server_.port()}));
-  ASSERT_TRUE(RunUntil([&] { return server_.requests().size() == 3; }));
+  for (int i = 0; i < 20; ++i) engine_->Send(TextOf({.path = "/hang", .port = server_.port()}));
+  ASSERT_TRUE(RunUntil([&] { return server_.requests().size() == 20; }));
+  for (const int id : {21, 22}) {
+    EXPECT_THAT(Fetch({.path = "/?", .id = id}),
+                StartsWith("[\"httpresponse\"," + std::to_string(id) + ",{\"error\":0,"));
+  }
+  engine_->received.clear();
   engine_->Send(TextOf({.path = "/big", .port = server_.port()}));
-  ASSERT_TRUE(RunUntil([&] { return Log().find("OnReadComplete") != std::string::npos; }));
+  const size_t read = Log().rfind("OnReadComplete");
+  ASSERT_TRUE(RunUntil([&] { return Log().rfind("OnReadComplete") != read; }));
   ASSERT_THAT(engine_->received, IsEmpty());  // none has ended
   page_->DestroyInstance();
   EXPECT_EQ(host_.live_resources(), 0u);

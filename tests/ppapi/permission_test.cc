@@ -158,5 +158,16 @@ TEST_F(PermissionTest, WhatTheBrowsersVersionCannotDoFails) {
   }
 }
 
+TEST_F(PermissionTest, CallbacksThatComeAfterTheInstanceFindNothing) {
+  StartWith({.offer_2_0 = true, .delay_ms = 60'000});
+  Ask({Permission(",\"a\",1,7"), kStart, kStop, "[\"end\"]"}, 0);
+  ASSERT_TRUE(RunUntilText("[\"end\"]"));
+  page_->DestroyInstance();
+  EXPECT_TRUE(host_.loop().Drain(100));  // they come now, with the module still there
+  EXPECT_THAT(Log(), Not(HasSubstr("failed.")));
+  ConnectPage();
+  EXPECT_THAT(engine_->received, IsEmpty());
+}
+
 }  // namespace
 }  // namespace mpbp::test

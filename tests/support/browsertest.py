@@ -99,8 +99,9 @@ class SceneTestCase(unittest.TestCase):
             self.assertEqual([moment, "undefined", 0], report("removed"))
         self.assertEqual("a new element works", report("after"))
 
-    def expect_travel(self, report):
-        self.assertEqual([0, 1, 2], [report("visit") for _ in range(3)])
+    def expect_travel(self, report, reloads):
+        visits = list(range(reloads + 1))
+        self.assertEqual(visits, [report("visit") for _ in visits])
         self.assertEqual(["hello from the next page", 0], report("arrived"))
 
     def serve_answers(self, length):

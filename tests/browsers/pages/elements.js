@@ -254,27 +254,36 @@ const scenes = {
     }
   },
 
-  // A large echo, and what small ones on another link take meanwhile.
+  // A large echo, and how many small ones on another link come back meanwhile.
   async large(size) {
     const large = await new Session().alive();
     const small = await new Session().alive();
-    const roundTrip = async () => {
-      const started = performance.now();
-      await small.echo('small');
-      return performance.now() - started;
-    };
-    for (let i = 0; i < 200; i++) await roundTrip();
-    const idle = [];
-    for (let i = 0; i < 1000; i++) idle.push(await roundTrip());
     const text = 'large ' + 'x'.repeat(Number(size));
     let back = null;
-    const started = performance.now();
-    const answer = large.echo(text).then((echo) => { back = echo; });
-    const times = [];
-    while (back === null) times.push(await roundTrip());
-    await answer;
-    const middle = (values) => values.sort((a, b) => a - b)[Math.floor(values.length / 2)];
-    report('large', [back === text, performance.now() - started, middle(idle), middle(times), times.length]);
+    large.echo(text).then((echo) => { back = echo; });
+    let count = 0;
+    for (; back === null; count++) await small.echo('small');
+    report('large', [back === text, count]);
+  },
+
+  // Opens so many windows at once, each with a link of its own.
+  async tabs(count) {
+    const told = new Set();
+    const all = new Promise((resolve) => window.addEventListener('message', (event) => {
+      if (told.add(event.data).size === Number(count)) resolve();
+    }));
+    const windows = [];
+    for (let i = 0; i < count; i++) windows.push(window.open('elements.html?tab&' + i));
+    await all;
+    report('ready', windows.length);
+    for (const each of windows) each.close();
+    finish();
+  },
+
+  async tab(name) {
+    const session = await new Session().alive();
+    await session.echo('echo of ' + name);
+    window.opener.postMessage(name);
   },
 
   async away() {
