@@ -97,5 +97,17 @@ TEST_F(BurstTest, WhereverMemoryRunsOutTheLinkGoesOnOrEnds) {
   EXPECT_GT(ended, 0);
 }
 
+TEST_F(BurstTest, AHandlerThatThrowsHoldsUpNoOtherMessage) {
+  Link();
+  LinkWatcher at_client(client_.get());
+  at_client.then = [&](const std::string& event) {
+    if (event == "message" && at_client.texts.size() == 2) throw std::bad_alloc();
+  };
+  for (const char* text : {"one", "two", "three"}) ASSERT_TRUE(accepted_[0]->Send(text));
+  ASSERT_TRUE(PumpUntil([&] { return at_client.texts.size() == 3; }));
+  ASSERT_TRUE(accepted_[0]->Send("four"));
+  EXPECT_TRUE(PumpUntil([&] { return at_client.texts.size() == 4; }));
+}
+
 }  // namespace
 }  // namespace mpbp
