@@ -76,13 +76,13 @@ class Quiet(http.server.ThreadingHTTPServer):
 
 
 class Server:
-    """Serves what is in FOLDERS over https and over http.
+    """Serves what is in FOLDERS over https and over http; without a FOLDER over http alone.
 
     Its certificate is from an authority of its own: FOLDER/ca.crt. Pages report to /report, and
     learn from /next where to go. A body that is sent elsewhere comes back.
     """
 
-    def __init__(self, folder):
+    def __init__(self, folder=None):
         self.reports = queue.Queue()
         self.answers = {}  # bodies of further answers, by path
         self.requests = []  # for those, and with bodies: (method, path, headers, body)
@@ -90,9 +90,10 @@ class Server:
         self._next_page = ""
         self._changed = threading.Condition()
         self._servers = []
-        self._make_certificates(pathlib.Path(folder))
-        self.port = self._serve(pathlib.Path(folder))
-        self.http_port = self._serve(None)
+        self.port = self.http_port = self._serve(None)
+        if folder:
+            self._make_certificates(pathlib.Path(folder))
+            self.port = self._serve(pathlib.Path(folder))
 
     def _serve(self, certificates):
         server = Quiet(("127.0.0.1", 0), Handler)

@@ -210,17 +210,12 @@ const scenes = {
       const original = object[name];
       object[name] = function (...values) {
         seen.push(name);
-        return original.apply(this, values);
+        return new.target ? new original(...values) : original.apply(this, values);
       };
+      return original;
     };
     for (const name of ['addEventListener', 'dispatchEvent']) spy(EventTarget.prototype, name);
-    const NativeEvent = window.CustomEvent;
-    window.CustomEvent = class extends NativeEvent {
-      constructor(...values) {
-        super(...values);
-        seen.push('CustomEvent');
-      }
-    };
+    const NativeEvent = spy(window, 'CustomEvent');
     const session = await new Session().alive();
     await session.echo('by way of nobody');
     report('seen', seen);
