@@ -116,77 +116,39 @@ TEST_F(SocketServerTest, TheEndOfTheStreamIsReportedAfterItsDataAndNotByReceivin
   }
 }
 
-TEST_F(SocketServerTest, SendingGoesOnAfterShortCounts) {
-  Pair pair(*this);
-  std::string sent(6'000'000, ' ');
-  for (size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<char>(i * 31 % 251);
-  size_t offset = 0;
-  bool stalled = false;
-  pair.watcher.then = [&](const std::string& event) {
-    // One call an event: a short count alone must bring the next one.
-    const size_t left = sent.size() - offset;
-    if (event != "write" || left == 0) return;
-    const int count = pair.client->Send(sent.data() + offset, left);
-    stalled = stalled || count < 0 || static_cast<size_t>(count) < left;
-    if (count > 0) offset += static_cast<size_t>(count);
-    EXPECT_TRUE(count > 0 || IsBlockingError(pair.client->GetError()));
-  };
-  pair.watcher.then("write");
-  EXPECT_TRUE(stalled);
-  Drain();  // the peer's buffer is full now
-  Watcher reader(pair.accepted);
-  reader.portion = 65536;
-  // The first read event came before anybody listened to it; reading arms the next one.
-  reader.Receive(pair.accepted.get());
-  EXPECT_TRUE(PumpUntil([&] { return reader.got.size() >= sent.size(); }));
-  EXPECT_TRUE(reader.got == sent);
-}
-
-TEST_F(SocketServerTest, AHandlerMayCloseOrDeleteItsOwnSocketOrAnother) {
-  for (const bool destroy : {false, true}) {
+TEST_F(SocketServerTest, AHandlerMayCloseOrDeleteASocketThatHasEventsInTheSameRound) {
+  enum class Deed { kClose, kDelete, kReuseNumber };
+  for (const Deed deed : {Deed::kClose, Deed::kDelete, Deed::kReuseNumber}) {
     for (const bool own : {false, true}) {
       Pair pairs[] = {Pair(*this), Pair(*this)};
+      std::vector<Socket> fresh;
+      std::vector<std::unique_ptr<Watcher>> at_fresh;
       int reads = 0;
       for (const size_t i : {0, 1}) {
-        // Both are readable in one round; the first handler ends the one socket, or the other.
+        // Both are readable; the first handler ends the one socket, or the other.
         pairs[i].watcher.then = [&, i](const std::string& event) {
           if (event != "read") return;
           ++reads;
           Socket& chosen = pairs[own ? i : 1 - i].client;
           if (!chosen) return;
+          const int number = Descriptor(chosen);
           chosen->Close();
-          if (destroy) chosen.reset();
+          if (deed != Deed::kClose) chosen.reset();
+          if (deed != Deed::kReuseNumber) return;
+          // The free numbers below it are taken first.
+          do fresh.push_back(MakeSocket());
+          while (Descriptor(fresh.back()) < number);
+          EXPECT_EQ(Descriptor(fresh.back()), number);
+          at_fresh.push_back(std::make_unique<Watcher>(fresh.back()));
         };
         pairs[i].MakeClientReadable();
       }
       ASSERT_TRUE(PumpUntil([&] { return reads > 0; }));
       Drain();
-      EXPECT_EQ(reads, own ? 2 : 1) << destroy;
+      EXPECT_EQ(reads, own ? 2 : 1) << static_cast<int>(deed);
+      for (const auto& watcher : at_fresh) EXPECT_THAT(watcher->events, IsEmpty());
     }
   }
-}
-
-TEST_F(SocketServerTest, ADescriptorNumberUsedAgainWithinARoundGetsNoOldEvents) {
-  Pair first(*this);
-  Pair second(*this);
-  Socket fresh;
-  std::unique_ptr<Watcher> at_fresh;
-  first.watcher.then = [&](const std::string& event) {
-    if (event != "read" || fresh) return;
-    const int old = Descriptor(second.client);
-    second.client.reset();      // readable as well
-    std::vector<Socket> lower;  // take the free numbers below
-    while (!fresh || Descriptor(fresh) < old) {
-      lower.push_back(std::move(fresh));
-      fresh = MakeSocket();
-    }
-    EXPECT_EQ(Descriptor(fresh), old);
-    at_fresh = std::make_unique<Watcher>(fresh);
-  };
-  second.MakeClientReadable();
-  first.MakeClientReadable();
-  ASSERT_TRUE(PumpUntil([&] { return fresh != nullptr; }));
-  EXPECT_THAT(at_fresh->events, IsEmpty());
 }
 
 TEST_F(SocketServerTest, ASocketThatIsConnectedAgainInItsHandlerGetsNoOldEvents) {

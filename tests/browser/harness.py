@@ -2,56 +2,23 @@
 import json
 import os
 import pathlib
-import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import time
-import unittest
 
-from server import HERE, Server
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.append(str(HERE.parent / "support"))
+import server  # noqa: E402
+from browsertest import BUILD, CORP_HOST, TIMEOUT, Profile, SceneTestCase  # noqa: E402
 
-BUILD = pathlib.Path(os.environ.get("MPBP_BUILD_DIR", HERE.parent.parent / "build"))
+server.FOLDERS = server.FOLDERS[1:]
 PROGRAM = os.environ.get("MPBP_BROWSER", BUILD / "mpbp-browser")
 MODULE = str(BUILD / "libmpbppapiplugin.so")
 # Whether the module runs in the page's process, not in one of its own.
 IN_PROCESS = os.environ.get("MPBP_IN_PROCESS") == "1"
 PAGE = HERE / "pages" / "page.html"
-CORP_HOST = "page.corp.murmel.example"
-TIMEOUT = 40  # seconds to wait for anything at all; a loaded machine is slow
-
-
-class Profile:
-    """A temporary configuration folder with the plug-in's options in it."""
-
-    def __init__(self):
-        self.path = pathlib.Path(tempfile.mkdtemp(prefix="mpbp-browser-test-"))
-        self.folder = self.path / "murmel-murmelparlplugin"
-        self.folder.mkdir(mode=0o700)
-        self.log = self.folder / "mpbppapiplugin.log"
-        self.write_options(plugin_enable_corp_host=1)
-
-    def write_options(self, plugin_enable_corp_host):
-        (self.folder / "options").write_text(
-            f"install_dir={BUILD}/engine\nplugin_enable_corp_host={plugin_enable_corp_host}\n"
-            "pluginppapi_log_level=LS_VERBOSE\n", encoding="utf-8")
-
-    def processes(self, comm=""):
-        """The live processes that were started with this profile and whose name begins so."""
-        mark = b"XDG_CONFIG_HOME=" + os.fsencode(self.path)
-        found = []
-        for entry in os.listdir("/proc"):
-            try:
-                proc = pathlib.Path("/proc", entry)
-                if entry.isdigit() and mark in (proc / "environ").read_bytes().split(b"\0"):
-                    if (proc / "comm").read_text().startswith(comm):
-                        found.append(int(entry))
-            except OSError:
-                pass  # it ended while we looked
-        return found
-
-    def engines(self):
-        return self.processes("MurmelParlPlugin"[:15])
 
 
 class Browser:
@@ -108,7 +75,7 @@ class Browser:
         return self.wait()
 
 
-class BrowserTestCase(unittest.TestCase):
+class BrowserTestCase(SceneTestCase):
     """Each test has a profile and a server, and leaves nothing behind."""
 
     @classmethod
@@ -121,8 +88,8 @@ class BrowserTestCase(unittest.TestCase):
 
     def setUp(self):
         self.profile = Profile()
-        self.addCleanup(shutil.rmtree, self.profile.path, ignore_errors=True)
-        self.server = Server()
+        self.addCleanup(self.profile.remove)
+        self.server = server.Server(self.profile.path)
         self.addCleanup(self.server.close)
         self.browsers = []
         self.addCleanup(self._end_processes)
@@ -141,19 +108,13 @@ class BrowserTestCase(unittest.TestCase):
 
     def open(self, *scenes, arguments=(), page="page.html?"):
         """Starts the browser with scenes of the server's page, or with (file, address) pairs."""
-        words = ["--map-host", f"{CORP_HOST}=127.0.0.1:{self.server.port}", *arguments]
+        words = ["--map-host", f"{CORP_HOST}=127.0.0.1:{self.server.http_port}", *arguments]
         for scene in scenes:
             words += (["--page", scene[0], "--url", scene[1]] if isinstance(scene, tuple)
                       else ["--page", f"http://{CORP_HOST}/{page}{scene}"])
         browser = Browser(self.profile, words)
         self.browsers.append(browser)
         return browser
-
-    def wait_until(self, condition, what):
-        deadline = time.monotonic() + TIMEOUT
-        while not condition():
-            self.assertLess(time.monotonic(), deadline, "not in time: " + what)
-            time.sleep(0.05)
 
     def _end_processes(self):
         for pid in self.profile.processes():

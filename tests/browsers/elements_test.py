@@ -19,16 +19,7 @@ class ElementsTest(BrowserTestCase):
 
     def test_a_page_reads_enumerates_and_gets_every_refusal_as_an_error(self):
         self.open("object", page="page.html")
-        self.assertEqual(["5.1.7.0", "5.1.7.0", True, "undefined", "undefined",
-                          ["onmessage", "onerror", "version", "send"]], self.report("seen"))
-        self.assertEqual(["cannot set property version",
-                          "Passed unexpected type for onmessasge_callback",
-                          "Passed unexpected type for onerror_callback",
-                          *["Invalid argument count for method send"] * 2,
-                          "Invalid argument type for method send",
-                          "Method call not allowed", "Send returned false"], self.report("thrown"))
-        self.assertEqual([True, "nothing thrown", None, "nothing thrown", "undefined"],
-                         self.report("handlers"))
+        self.expect_object(self.report)
 
     def test_texts_of_every_kind_come_back_as_they_are(self):
         self.open("texts")
@@ -61,9 +52,7 @@ class ElementsTest(BrowserTestCase):
 
     def test_the_element_removed_inside_its_own_callback(self):
         self.open("removed", page="page.html")
-        for moment in ('["f-connect"', '["f-ready"', '["qw"'):
-            self.assertEqual([moment, "undefined", 0], self.report("removed"))
-        self.assertEqual("a new element works", self.report("after"))
+        self.expect_removed(self.report)
 
     def test_other_elements_are_the_browsers_own(self):
         self.open("others")
@@ -110,10 +99,9 @@ class ElementsTest(BrowserTestCase):
 
     def test_a_large_text_lets_another_links_small_ones_pass(self):
         self.open("large", 10_000_000)
-        same, took, idle, median, count = self.report("large")
-        print(f"{KIND}: 10 MB echo {took:.0f} ms; 64 B p50 {idle:.2f} ms, beside it {median:.2f} ms, {count} of them")
+        same, count = self.report("large")
         self.assertTrue(same)
-        self.assertLess(median, 100)
+        self.assertGreater(count, 20)  # a large text is some hundred pieces
 
 # Says hello with another version, and waits for its end.
 OTHER_CONNECTOR = """#!/usr/bin/env python3
@@ -138,19 +126,18 @@ def background_processes():
 
 
 class FailureTest(BrowserTestCase):
-    def test_links_come_back_after_a_death(self):
-        for victims in (self.profile.connectors, background_processes):
-            self.open("survives")
-            self.report("alive")
+    def test_links_come_back_after_every_death(self):
+        self.open("survives", 20)
+        for number in range(20):
+            self.assertEqual(number, self.report("alive"))
             before = self.profile.connectors()
-            (victim,) = victims()
+            (victim,) = background_processes() if number == 10 else before
             os.kill(victim, signal.SIGKILL)
             killed = time.monotonic()
             self.report("dead")
             self.assertLess(time.monotonic() - killed, 1)
-            self.assertEqual(1, self.report("back"))
-            self.assertEqual("after its death", self.report("echo"))
-            self.assertNotEqual(before, self.profile.connectors())
+        self.assertEqual([20, "after the last"], self.report("back"))
+        self.assertNotEqual(before, self.profile.connectors())
 
     def test_a_page_is_told_what_to_do(self):
         idle = (lambda: not self.profile.connectors(), "the end of the connector that nobody uses")

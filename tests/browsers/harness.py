@@ -11,22 +11,22 @@ import queue
 import shutil
 import signal
 import subprocess
-import tempfile
+import sys
 import time
-import unittest
 
-from server import TOP, Server
+sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+import browsertest  # noqa: E402
+from browsertest import BUILD, TIMEOUT  # noqa: E402
+from browsertest import CORP_HOST as HOST  # noqa: E402
+from server import Server  # noqa: E402
 
-BUILD = pathlib.Path(os.environ.get("MPBP_BUILD_DIR", TOP / "build"))
 KIND = os.environ.get("MPBP_BROWSER", "chromium")
 PROGRAM = os.environ.get("MPBP_BROWSER_PROGRAM", KIND if KIND == "chromium" else "firefox-esr")
 CONNECTOR = os.environ.get("MPBP_CONNECTOR", str(BUILD / "mpbp-connector"))
 GECKO_ID = os.environ.get("MPBP_GECKO_EXTENSION_ID", "parl@murmel.example")
-HOST = "page.corp.murmel.example"
 # What Chromium loads unpacked.
 EXTENSIONS = [BUILD / "extension"]
 MANIFEST = "example.murmel.parl.json"
-TIMEOUT = 30  # seconds to wait for anything at all; a loaded machine is slow
 
 FIREFOX_PREFERENCES = {
     "xpinstall.signatures.required": False,
@@ -35,46 +35,27 @@ FIREFOX_PREFERENCES = {
     "network.dns.forceResolve": "127.0.0.1",
     "dom.security.https_first": False,
     "privacy.reduceTimerPrecision": False,
-    "network.captive-portal-service.enabled": False,
-    "network.connectivity-service.enabled": False,
-    "browser.safebrowsing.malware.enabled": False,
-    "browser.safebrowsing.phishing.enabled": False,
-    "browser.safebrowsing.downloads.enabled": False,
     "browser.shell.checkDefaultBrowser": False,
     "browser.aboutwelcome.enabled": False,
     "browser.startup.homepage_override.mstone": "ignore",
-    "app.update.enabled": False,
-    "app.normandy.enabled": False,
-    "extensions.update.enabled": False,
-    "extensions.getAddons.cache.enabled": False,
     "services.settings.server": "data:,",
     "datareporting.policy.dataSubmissionEnabled": False,
-    "toolkit.telemetry.enabled": False,
-    "toolkit.telemetry.server": "",
     "dom.disable_open_during_load": False,
     "browser.tabs.remote.separatePrivilegedContentProcess": False,
 }
 
 
-class Profile:
-    """A home of its own: browser profile, configuration folder, registered connector."""
+class Profile(browsertest.Profile):
+    """With a browser's profile and the connector registered."""
 
     def __init__(self):
-        self.path = pathlib.Path(tempfile.mkdtemp(prefix="mpbp-browsers-test-"))
+        super().__init__("mpbpconnector.log")
         self.browser = self.path / "browser"
-        self.folder = self.path / "config" / "murmel-murmelparlplugin"
         self.manifests = (self.browser / "NativeMessagingHosts" if KIND == "chromium"
                           else self.path / ".mozilla" / "native-messaging-hosts")
-        for folder in (self.browser, self.folder, self.manifests, self.path / "run"):
+        for folder in (self.browser, self.manifests, self.path / "run"):
             folder.mkdir(parents=True, mode=0o700)
-        self.log = self.folder / "mpbpconnector.log"
-        self.write_options(plugin_enable_corp_host=1)
         self.register()
-
-    def write_options(self, **options):
-        lines = [f"{name}={value}\n" for name, value in options.items()]
-        (self.folder / "options").write_text(
-            f"install_dir={BUILD}/engine\npluginppapi_log_level=LS_VERBOSE\n" + "".join(lines))
 
     def register(self, **changes):
         """Writes the connector's manifest, with these members changed."""
@@ -88,26 +69,11 @@ class Profile:
     def environment(self):
         environment = {name: value for name, value in os.environ.items()
                        if not name.lower().endswith("_proxy")}
-        return dict(environment, HOME=str(self.path), XDG_CONFIG_HOME=str(self.path / "config"),
+        return dict(environment, HOME=str(self.path), XDG_CONFIG_HOME=str(self.path),
                     XDG_RUNTIME_DIR=str(self.path / "run"))
-
-    def processes(self, comm=""):
-        """The live processes that were started with this profile and whose name begins so."""
-        mark = b"XDG_CONFIG_HOME=" + os.fsencode(self.path / "config")
-        found = []
-        for entry in os.listdir("/proc"):
-            with contextlib.suppress(OSError):  # it ended while we looked
-                proc = pathlib.Path("/proc", entry)
-                if entry.isdigit() and mark in (proc / "environ").read_bytes().split(b"\0"):
-                    if (proc / "comm").read_text().startswith(comm):
-                        found.append(int(entry))
-        return found
 
     def connectors(self):
         return self.processes(pathlib.Path(CONNECTOR).name[:15])
-
-    def engines(self):
-        return self.processes("MurmelParlPlugin"[:15])
 
 
 def chromium_command(profile, address, headless):
@@ -121,7 +87,7 @@ def chromium_command(profile, address, headless):
             "--disable-popup-blocking", "--enable-logging=stderr", address]
 
 
-def firefox_command(profile, certificates, address, headless):
+def firefox_command(profile, address, headless):
     extensions = profile.browser / "extensions"
     extensions.mkdir(exist_ok=True)
     shutil.copy(BUILD / "mpbp-extension.xpi", extensions / f"{GECKO_ID}.xpi")
@@ -130,13 +96,13 @@ def firefox_command(profile, certificates, address, headless):
     (profile.browser / "user.js").write_text("".join(lines))
     database = f"sql:{profile.browser}"
     for words in (["-N", "-d", database, "--empty-password"],
-                  ["-A", "-d", database, "-n", "test-ca", "-t", "CT,,", "-i", certificates / "ca.crt"]):
+                  ["-A", "-d", database, "-n", "test-ca", "-t", "CT,,", "-i", profile.path / "ca.crt"]):
         subprocess.run(["certutil", *words], check=True, capture_output=True)
     return [PROGRAM, *(["-headless"] if headless else []), "-no-remote",
             "-profile", profile.browser, address]
 
 
-class BrowserTestCase(unittest.TestCase):
+class BrowserTestCase(browsertest.SceneTestCase):
     """One browser for the tests of a class; nothing is left behind."""
 
     HEADLESS = True
@@ -144,13 +110,12 @@ class BrowserTestCase(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.profile = Profile()
-        cls.addClassCleanup(shutil.rmtree, cls.profile.path, ignore_errors=True)
+        cls.addClassCleanup(cls.profile.remove)
         cls.prepare(cls.profile)
         cls.server = Server(cls.profile.path)
         cls.addClassCleanup(cls.server.close)
-        first = cls.address("idle.html")
-        command = (chromium_command(cls.profile, first, cls.HEADLESS) if KIND == "chromium"
-                   else firefox_command(cls.profile, cls.profile.path, first, cls.HEADLESS))
+        make_command = chromium_command if KIND == "chromium" else firefox_command
+        command = make_command(cls.profile, cls.address("idle.html"), cls.HEADLESS)
         cls.output = open(cls.profile.path / "output", "w+", encoding="utf-8", errors="replace")
         cls.addClassCleanup(cls.output.close)
         cls.process = subprocess.Popen(command, env=cls.profile.environment(), cwd=cls.profile.path,
@@ -208,9 +173,3 @@ class BrowserTestCase(unittest.TestCase):
         text = pathlib.Path(self.output.name).read_text(encoding="utf-8", errors="replace")
         log = self.profile.log.read_text(errors="replace") if self.profile.log.exists() else ""
         return "".join(text.splitlines(True)[-12:]) + "\n" + "".join(log.splitlines(True)[-12:])
-
-    def wait_until(self, condition, what):
-        deadline = time.monotonic() + TIMEOUT
-        while not condition():
-            self.assertLess(time.monotonic(), deadline, "not in time: " + what)
-            time.sleep(0.02)

@@ -11,21 +11,6 @@
 namespace mpbp {
 namespace {
 
-TEST(Json, AnyTextIsReadOrRefusedAndNeverThrows) {
-  EXPECT_FALSE(ParseJson(""));
-  EXPECT_FALSE(ParseJson("[1,"));
-  std::string errors;
-  EXPECT_FALSE(ParseJson(std::string(100'000, '['), &errors));
-  EXPECT_FALSE(errors.empty());
-  const auto value = ParseJson("[\"a\", {\"b\":1}] // comment");
-  ASSERT_TRUE(value);
-  EXPECT_EQ(AsString(ElementAt(*value, 0)), "a");
-  EXPECT_TRUE(ElementAt(*value, 9).isNull());
-  EXPECT_TRUE(ElementAt(ElementAt(*value, 0), 0).isNull());
-  EXPECT_TRUE(MemberOf(*value, "b").isNull());
-  EXPECT_FALSE(AsString(ElementAt(*value, 1)));
-}
-
 TEST(Json, NumbersAreThoseOfJsonInEveryLocale) {
   const std::vector<std::string> texts = {
       "[1.5,-0.25,1234.5,123456789,0.001]",

@@ -62,31 +62,5 @@ INSTANTIATE_TEST_SUITE_P(Acts, Reentrance,
                                   std::to_string(std::get<1>(each.param));
                          });
 
-TEST_F(ChannelTest, ANestedLoopOfThePageDoesNotServeTheThreadUnderneath) {
-  int calls = 0;
-  FunctionHandler handler([&](Message*) { ++calls; });
-  // In every text of Start, of the handshake and of the engine.
-  page_.on_text = [&](const std::string&) {
-    calls = 0;
-    thread_->Post(&handler);
-    channel_->browser_thread()->Pump();
-    EXPECT_EQ(calls, 0);
-  };
-  StartEngine();
-  ASSERT_TRUE(Start());
-  const uint32_t end = TimeAfter(kDeadlineMs);
-  const auto pump_until = [&](const std::string& text) {
-    while (CountTexts(text) == 0 && TimeIsLater(Time(), end)) channel_->browser_thread()->Pump();
-  };
-  pump_until(kReadyText);
-  ASSERT_TRUE(engine_->has_client());
-  engine_->Send("[\"last\"]");
-  pump_until("[\"last\"]");
-  EXPECT_THAT(page_.texts,
-              testing::ElementsAre(Step(0), Step(1), Step(3), kReadyText, "[\"last\"]"));
-  channel_->browser_thread()->Pump();
-  EXPECT_EQ(calls, 1);
-}
-
 }  // namespace
 }  // namespace mpbp::test

@@ -5,7 +5,6 @@ import pathlib
 import struct
 import subprocess
 import tempfile
-import time
 
 BUILD = pathlib.Path(os.environ["MPBP_BUILD_DIR"])
 VERSION = "5.1.7.0"
@@ -26,8 +25,6 @@ class Connector:
             [BUILD / "mpbp-connector", "chrome-extension://abc/"], stdin=subprocess.PIPE,
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, bufsize=0,
             env=dict(os.environ, XDG_CONFIG_HOME=str(self.config)))
-        self.pieces = {}
-        self.texts = {}
         if hello:
             self.write(type="hello", version=VERSION)
             assert self.read() == {"type": "hello", "version": VERSION}
@@ -54,28 +51,31 @@ class Connector:
             data += part
         return data
 
+    def read_object(self):
+        return json.loads(self.read_bytes(struct.unpack("=I", self.read_bytes(4))[0]))
+
     def read(self):
         """The next object, acknowledged when it is a piece."""
-        message = json.loads(self.read_bytes(struct.unpack("=I", self.read_bytes(4))[0]))
+        message = self.read_object()
         if message["type"] == "text":
             self.write(type="ack", link=message["link"], pieces=1)
         return message
 
     def read_until(self, wanted):
-        """The next object that `wanted` holds for; texts that come before it are kept."""
-        while True:
-            message = self.read()
-            if wanted(message):
-                return message
+        """The next object that `wanted` holds for."""
+        while not wanted(message := self.read()):
+            pass
+        return message
 
     def read_text(self, link):
         """The next text of the link; acknowledgements and other links are passed over."""
         text = ""
-        while True:
+        more = True
+        while more:
             message = self.read_until(lambda m: m["type"] == "text" and m["link"] == link)
             text += message["piece"]
-            if not message["more"]:
-                return text
+            more = message["more"]
+        return text
 
     def open(self, link, origin=PAGE):
         self.write(type="open", link=link, origin=origin)
@@ -106,6 +106,7 @@ class Connector:
         self.process.stdout.close()
         self.folder.cleanup()
 
-    def resident_kb(self):
+    def status(self, name):
+        """A number that the system has about the process."""
         status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text("utf-8")
-        return int(next(l for l in status.splitlines() if l.startswith("VmRSS")).split()[1])
+        return int(next(l for l in status.splitlines() if l.startswith(name)).split()[1])

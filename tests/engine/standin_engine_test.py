@@ -18,6 +18,7 @@ import unittest
 ENGINE = os.path.join(os.environ["MPBP_BUILD_DIR"], "engine", "MurmelParlPlugin")
 COOKIE, DATA, COOKIE_RESPONSE, HOST_DESCRIPTION = 1, 2, 3, 4
 TIMEOUT = 30
+OUTPUT = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT}
 
 
 def read(path):
@@ -168,40 +169,37 @@ class StandinEngineTest(unittest.TestCase):
                 self.ends_with(engine, status)
                 self.assertEqual(way == "crash", self.port_file.exists())
 
-    def test_a_second_engine_waits_for_the_end_of_the_first(self):
-        for number in (signal.SIGTERM, signal.SIGKILL):
+    def test_a_second_engine_waits_for_the_end_of_the_first_and_gives_up_when_it_stays(self):
+        for number in (signal.SIGTERM, signal.SIGKILL, None):
             first = self.start()
             plugin = self.link(first)
             file = read(self.port_file)
-            second = self.start()
-            # It has come as far as to the lock.
-            self.wait_until(lambda: str(self.lock_file) in open_files(second.pid).values())
+            used = resource.getrusage(resource.RUSAGE_CHILDREN)
+            second = self.start(**OUTPUT)
+            self.wait_for_lock(second)
+            if number is None:
+                third = self.start()
+                self.wait_for_lock(third)
+                self.end(third, signal.SIGTERM)
+                self.ends_with(second, 0, "MurmelParlPlugin: another one is running.\n")
+                now = resource.getrusage(resource.RUSAGE_CHILDREN)
+                self.assertLess(now.ru_utime + now.ru_stime - used.ru_utime - used.ru_stime, 1)
             self.assertEqual("still served", plugin.ask("still served"))
             self.assertEqual(file, read(self.port_file))
-            self.end(first, number)
-            self.wait_until(lambda: read(self.port_file) not in (file, b""))
-            self.link(second)
-            self.end(second)
-            self.port_file.unlink()
+            if number:
+                self.end(first, number)
+                self.wait_until(lambda: read(self.port_file) not in (file, b""))
+                self.link(second)
+                self.end(second)
+                self.port_file.unlink()
 
-    def test_a_second_engine_gives_up_on_a_first_one_that_stays(self):
-        plugin = self.link(self.start())
-        file = read(self.port_file)
-        used = resource.getrusage(resource.RUSAGE_CHILDREN)
-        second = self.start(stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-        third = self.start()
-        self.wait_until(lambda: str(self.lock_file) in open_files(third.pid).values())
-        self.end(third, signal.SIGTERM)
-        self.ends_with(second, 0, "MurmelParlPlugin: another one is running.\n")
-        now = resource.getrusage(resource.RUSAGE_CHILDREN)
-        self.assertLess(now.ru_utime + now.ru_stime - used.ru_utime - used.ru_stime, 1)
-        self.assertEqual(file, read(self.port_file))
-        self.assertEqual("still served", plugin.ask("still served"))
+    def wait_for_lock(self, engine):
+        """Until it has come as far as to the lock."""
+        self.wait_until(lambda: str(self.lock_file) in open_files(engine.pid).values())
 
     def test_it_detaches_itself_once_it_listens(self):
         # Without streams, the numbers of the standard ones must not be given to its lock.
-        for options in ({"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT},
-                        {"preexec_fn": lambda: os.closerange(0, 3)}):
+        for options in (OUTPUT, {"preexec_fn": lambda: os.closerange(0, 3)}):
             engine = self.start(**options)
             plugin = self.link(engine)
             if engine.stdout:
@@ -219,17 +217,16 @@ class StandinEngineTest(unittest.TestCase):
             self.end(engine, signal.SIGTERM)
 
     def test_it_stays_in_the_foreground_when_told_and_says_what_is_wrong_before_it_detaches(self):
-        output = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT}
-        engine = self.start("--foreground", **output)
+        engine = self.start("--foreground", **OUTPUT)
         self.link(engine)
         self.assertEqual(os.getsid(0), os.getsid(engine.pid))
         engine.send_signal(signal.SIGHUP)
         self.ends_with(engine, 0, "MessageSocket listening, port=")
         self.assertFalse(self.port_file.exists())
-        self.ends_with(self.start("--forground", **output), 2, "takes no arguments but")
+        self.ends_with(self.start("--forground", **OUTPUT), 2, "takes no arguments but")
         self.lock_file.unlink()
         self.lock_file.mkdir()
-        self.ends_with(self.start(**output), 1, f"cannot lock {self.lock_file}")
+        self.ends_with(self.start(**OUTPUT), 1, f"cannot lock {self.lock_file}")
 
     def test_hundreds_are_served_at_a_time_and_what_is_too_much_is_disconnected(self):
         soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
@@ -314,31 +311,26 @@ class StandinEngineTest(unittest.TestCase):
             self.assertEqual(kind, json.loads(told)[0])
 
     def test_it_misbehaves_as_told(self):
-        engines = []
-
-        def connected(mode):
-            for engine in engines:
-                self.end(engine)
-            self.port_file.unlink(missing_ok=True)
-            engines.append(self.start(mode=mode))
-            return self.connect()
-
-        plugin = connected("mute-handshake")
-        plugin.send(plugin.cookie, kind=COOKIE)
-        plugin.socket.settimeout(0.3)
-        self.assertRaises(TimeoutError, plugin.receive)
-        plugin = connected("bad-cookie")
-        plugin.send(plugin.cookie, kind=COOKIE)
-        self.assertEqual((COOKIE_RESPONSE, ""), plugin.receive())
-        plugin = connected("no-qw")
-        self.authorize(plugin)
-        self.assertEqual("only the echo", plugin.ask("only the echo"))
-        plugin = connected("drop-after-auth")
-        plugin.send(plugin.cookie, kind=COOKIE)
-        self.assertEqual([(COOKIE_RESPONSE, plugin.cookie), None],
-                         [plugin.receive(), plugin.receive()])
-        self.assertIsNone(connected("drop-after-connect").receive())
-        self.end(engines[-1], signal.SIGTERM)
+        for mode, says_cookie, answers in (
+                ("mute-handshake", True, ["silence"]), ("bad-cookie", True, [(COOKIE_RESPONSE, "")]),
+                ("drop-after-auth", True, ["the cookie", None]), ("drop-after-connect", False, [None]),
+                ("no-qw", True, ["the cookie", (DATA, "only the echo")])):
+            with self.subTest(mode):
+                engine = self.start(mode=mode)
+                plugin = self.connect()
+                if says_cookie:
+                    plugin.send(plugin.cookie, kind=COOKIE)
+                for answer in answers:
+                    if answer == "silence":
+                        plugin.socket.settimeout(0.3)
+                        self.assertRaises(TimeoutError, plugin.receive)
+                        continue
+                    if mode == "no-qw":
+                        plugin.send("only the echo")
+                    expected = (COOKIE_RESPONSE, plugin.cookie) if answer == "the cookie" else answer
+                    self.assertEqual(expected, plugin.receive())
+                self.end(engine, signal.SIGTERM)
+                self.wait_until(lambda: not self.port_file.exists())
         for mode in ("exit-at-once", "no-port-file", "no-such-mode"):
             engine = self.start(mode=mode, idle="1")
             while engine.poll() is None:

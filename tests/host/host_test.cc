@@ -7,15 +7,10 @@
 #include <stdexcept>
 
 #include "tests/host/test_module.h"
-#include "tests/support/http_server.h"
 
 namespace mpbp::host {
 namespace {
 
-using test::HttpServer;
-using test::HttpServerRequest;
-using test::HttpServerResponse;
-using test::test_module_state;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -34,7 +29,7 @@ class HostTest : public testing::Test {
     EXPECT_THAT(host_.Misuse(), IsEmpty());
     EXPECT_EQ(host_.leaked(), expected_leaks_);
   }
-  static const std::vector<std::string>& Events() { return test_module_state().events; }
+  static const std::vector<std::string>& Events() { return test::test_module_events(); }
 
   Host host_;
   std::shared_ptr<Page> page_;
@@ -130,79 +125,12 @@ TEST_F(HostTest, FaultsOfTheModuleAreRecorded) {
   expected_leaks_ = 2;
 }
 
-TEST(HostLoad, LoadsOneFileAfterTheOtherAndSaysWhatIsWrong) {
-  Host host;
-  for (int i = 0; i < 2; ++i) {
-    ASSERT_EQ(host.Load(TEST_MODULE), std::nullopt);
-    const auto page = host.CreatePage(kUrl);
-    EXPECT_EQ(page->Call("echo", {1}).value, Value(1));
-    host.Unload();
-    EXPECT_EQ(page->Call("echo", {1}).exception, "echo is not a function");
-  }
-  EXPECT_EQ(host.Load("/nonexistent.so"), "cannot read /nonexistent.so: No such file or directory");
-  EXPECT_THAT(host.Load(EMPTY_MODULE).value_or(""),
-              HasSubstr("has no entry point PPP_InitializeModule"));
-  EXPECT_THAT(host.Load("/dev/null").value_or(""), HasSubstr("cannot load /dev/null"));
-}
-
-class HttpTest : public HostTest {
- protected:
-  // Starts a request and waits for its end. Returns its last result.
-  int32_t Fetch(const std::string& url, const std::string& method = "GET",
-                const std::string& body = "", bool other_origins = true) {
-    test_module_state().events = {"started"};
-    page_->Call("fetch", {url, method, body, other_origins});
-    EXPECT_TRUE(host_.RunUntil([] { return Events().back() == "fetched"; }, 20000));
-    return test_module_state().results.back();
-  }
-  HttpServerResponse Answer(const HttpServerRequest& request) {
-    const std::string& path = request.path;
-    if (path == "/round" || path == "/away") {
-      return test::RedirectTo(
-          path == "/round" ? path : "http://localhost:" + std::to_string(server_.port()));
-    }
-    if (path == "/302" || path == "/307") return test::RedirectTo("/", std::stoi(path.substr(1)));
-    HttpServerResponse response;
-    response.body = request.method + request.body;
-    response.hang = path == "/hang";
-    return response;
-  }
-  HttpServer server_{[this](const HttpServerRequest& request) { return Answer(request); }};
-};
-
-TEST_F(HttpTest, FailuresHaveTheBrowsersCodes) {
-  HttpServer gone([](const HttpServerRequest&) { return HttpServerResponse(); });
-  gone.Stop();
-  EXPECT_EQ(Fetch(gone.Url("/")), PP_ERROR_CONNECTION_REFUSED);
-  EXPECT_EQ(Fetch("http://nowhere.invalid/"), PP_ERROR_NAME_NOT_RESOLVED);
-  EXPECT_EQ(Fetch("ftp://127.0.0.1/"), PP_ERROR_FAILED);
-  EXPECT_EQ(Fetch(server_.Url("/round")), PP_ERROR_FAILED);
-  EXPECT_EQ(server_.requests().size(), 21u);
-  host_.options().http_timeout_ms = 100;
-  EXPECT_EQ(Fetch(server_.Url("/hang")), PP_ERROR_CONNECTION_TIMEDOUT);
-}
-
-TEST_F(HttpTest, RedirectsKeepTheMethodOrNotAndLeaveTheOriginOnlyWhenAllowed) {
-  const std::string body("a\0b", 3);
-  EXPECT_EQ(Fetch(server_.Url("/307"), "POST", body), PP_OK);
-  EXPECT_EQ(test_module_state().body, "POST" + body);
-  EXPECT_EQ(Fetch(server_.Url("/302"), "POST", body), PP_OK);
-  EXPECT_EQ(test_module_state().body, "GET");
-  EXPECT_EQ(Fetch(server_.Url("/away")), PP_OK);
-  EXPECT_EQ(Fetch(server_.Url("/"), "GET", "", false), PP_ERROR_FAILED);
-  EXPECT_EQ(server_.requests().size(), 6u);  // that one was never sent
-  page_ = host_.CreatePage(server_.Url("/page"));
-  EXPECT_EQ(Fetch(server_.Url("/"), "GET", "", false), PP_OK);
-  EXPECT_EQ(Fetch(server_.Url("/away"), "GET", "", false), PP_ERROR_FAILED);
-}
-
-TEST_F(HttpTest, DestroyingTheInstanceAbortsWhatIsUnderWay) {
-  page_->Call("fetch", {server_.Url("/hang"), "GET", "", true});
-  EXPECT_TRUE(host_.RunUntil([&] { return !server_.requests().empty(); }, 20000));
+TEST_F(HostTest, DestroyingTheInstanceAbortsWhatIsUnderWay) {
+  page_->Call("open", {"http://127.0.0.1:1/"});
   page_->DestroyInstance();
-  EXPECT_THAT(test_module_state().results, IsEmpty());
+  EXPECT_THAT(Events(), ElementsAre("create", "destroy", "deallocate"));
   host_.RunFor(1);
-  EXPECT_THAT(test_module_state().results, ElementsAre(PP_ERROR_ABORTED));
+  EXPECT_EQ(Events().back(), "opened:" + std::to_string(PP_ERROR_ABORTED));
 }
 
 }  // namespace

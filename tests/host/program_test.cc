@@ -40,6 +40,8 @@ TEST(HostProgram, TheCommandLineIsChecked) {
       {"--permission maybe", 2, "--permission does not take \"maybe\""},
       {"--linger -1", 2, "--linger does not take \"-1\""},
       {"--module /none.so", 1, "mpbp-host: cannot read /none.so: No such file or directory\n"},
+      {"--module /dev/null", 1, "cannot load /dev/null"},
+      {"--module /lib/x86_64-linux-gnu/libm.so.6", 1, "has no entry point PPP_InitializeModule"},
   };
   for (const auto& row : rows) {
     const Ended ended = RunShell(kHost + " " + row.arguments + " </dev/null");

@@ -1,5 +1,6 @@
 #include "tests/host/test_module.h"
 
+#include <cstdint>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -7,7 +8,7 @@
 namespace mpbp::test {
 namespace {
 
-TestModuleState state;
+std::vector<std::string> events;
 const PPB_Core_1_0* core;
 const PPB_Var_1_1* vars;
 const PPB_Var_Deprecated_0_3* script;
@@ -39,49 +40,22 @@ PP_Var Dead() {
 }
 
 PP_CompletionCallback NoteLate() {
-  return {[](void*, int32_t late) { state.events.push_back("late:" + std::to_string(late)); },
-          nullptr, 0};
+  return {[](void*, int32_t late) { events.push_back("late:" + std::to_string(late)); }, nullptr,
+          0};
 }
 
-// One request, read to its end.
-struct Fetch {
-  PP_Resource loader;
-  bool opened = false;
-  char buffer[1024] = {};
-
-  PP_CompletionCallback Callback() {
-    return {[](void* self, int32_t result) { static_cast<Fetch*>(self)->Go(result); }, this, 0};
-  }
-  void Go(int32_t result) {
-    while (result != PP_OK_COMPLETIONPENDING) {
-      state.results.push_back(result);
-      if (result < 0 || (result == 0 && opened)) {
-        core->ReleaseResource(loader);
-        state.events.push_back("fetched");
-        delete this;
-        return;
-      }
-      if (opened) state.body.append(buffer, static_cast<size_t>(result));
-      opened = true;
-      result = loaders->ReadResponseBody(loader, buffer, sizeof buffer, Callback());
-    }
-  }
-};
-
-// fetch(url, method, body, whether other origins are allowed)
-void StartFetch(Element& element, PP_Var* argv) {
-  state.body.clear();
-  state.results.clear();
+// Opens a request, and releases it when that has ended.
+void OpenLoader(const Element& element, PP_Var url) {
+  const auto opened = [](void* loader, int32_t result) {
+    events.push_back("opened:" + std::to_string(result));
+    core->ReleaseResource(static_cast<PP_Resource>(reinterpret_cast<intptr_t>(loader)));
+  };
   const PP_Resource request = requests->Create(element.instance);
-  requests->SetProperty(request, PP_URLREQUESTPROPERTY_URL, argv[0]);
-  requests->SetProperty(request, PP_URLREQUESTPROPERTY_METHOD, argv[1]);
-  const std::string body = Text(argv[2]);
-  requests->AppendDataToBody(request, body.data(), static_cast<uint32_t>(body.size()));
-  auto* fetch = new Fetch{loaders->Create(element.instance)};
-  if (argv[3].value.as_bool) trusted->GrantUniversalAccess(fetch->loader);
-  const int32_t result = loaders->Open(fetch->loader, request, fetch->Callback());
+  requests->SetProperty(request, PP_URLREQUESTPROPERTY_URL, url);
+  const PP_Resource loader = loaders->Create(element.instance);
+  trusted->GrantUniversalAccess(loader);
+  loaders->Open(loader, request, {opened, reinterpret_cast<void*>(intptr_t{loader}), 0});
   core->ReleaseResource(request);
-  fetch->Go(result);
 }
 
 // Returns what the page's function threw or returned.
@@ -111,7 +85,7 @@ PP_Var CallMethod(void* object, PP_Var method, uint32_t, PP_Var* argv, PP_Var* e
   const std::string name = Text(method);
   if (name == "echo") return vars->AddRef(argv[0]), argv[0];
   if (name == "call") return CallPage(element, argv);
-  if (name == "fetch") StartFetch(element, argv);
+  if (name == "open") OpenLoader(element, argv[0]);
   if (name == "throw") *exception = String("no");
   if (name == "later") {  // posted by another thread
     const int32_t delay = argv[0].value.as_int;
@@ -146,7 +120,7 @@ constexpr PPP_Class_Deprecated kClass = {
     &CallMethod,
     [](void*, uint32_t, PP_Var*, PP_Var*) { return PP_Var{}; },
     [](void* object) {
-      state.events.push_back("deallocate");
+      events.push_back("deallocate");
       vars->Release(Self(object).on_message);
       delete &Self(object);
     },
@@ -154,10 +128,10 @@ constexpr PPP_Class_Deprecated kClass = {
 
 constexpr PPP_Instance_1_1 kInstance = {
     [](PP_Instance, uint32_t argc, const char* names[], const char*[]) {
-      state.events.push_back("create");
+      events.push_back("create");
       return argc > 0 && std::string_view(names[0]) == "refuse" ? PP_FALSE : PP_TRUE;
     },
-    [](PP_Instance) { state.events.push_back("destroy"); },
+    [](PP_Instance) { events.push_back("destroy"); },
     [](PP_Instance, PP_Resource) {},
     [](PP_Instance, PP_Bool) {},
     [](PP_Instance, PP_Resource) { return PP_FALSE; },
@@ -169,7 +143,7 @@ constexpr PPP_Instance_Private_0_1 kPrivate = {[](PP_Instance instance) {
 
 }  // namespace
 
-TestModuleState& test_module_state() { return state; }
+std::vector<std::string>& test_module_events() { return events; }
 
 }  // namespace mpbp::test
 
@@ -177,7 +151,7 @@ TestModuleState& test_module_state() { return state; }
 
 MPBP_EXPORT int32_t PPP_InitializeModule(PP_Module, PPB_GetInterface get) {
   using namespace mpbp::test;
-  state = {};
+  events.clear();
   const auto look_up = [get]<typename T>(const T*& table, const char* name) {
     table = static_cast<const T*>(get(name));
   };
@@ -199,4 +173,4 @@ MPBP_EXPORT const void* PPP_GetInterface(const char* name) {
   return nullptr;
 }
 
-MPBP_EXPORT void PPP_ShutdownModule(void) { mpbp::test::state.events.push_back("shutdown"); }
+MPBP_EXPORT void PPP_ShutdownModule(void) { mpbp::test::events.push_back("shutdown"); }

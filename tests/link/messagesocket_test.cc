@@ -143,15 +143,19 @@ TEST_F(MessageSocketTest, AHalfFrameOfAnEarlierConnectionIsForgotten) {
 }
 
 TEST_F(MessageSocketTest, ARefusedConnectionIsReportedAsClosedAndABadPortFileAtOnce) {
-  ASSERT_TRUE(listener_->Listen());
-  const int port = listener_->port();
-  listener_->Close();
-  ASSERT_TRUE(WritePortFile(path_, port, kCookie));
   LinkWatcher at_client(client_.get());
-  ASSERT_TRUE(client_->Connect(nullptr));
-  ASSERT_TRUE(PumpUntil([&] { return at_client.Saw("closed"); }));
-  EXPECT_THAT(at_client.events, ElementsAre("port file", "closed"));
-  EXPECT_EQ(at_client.close_error, ECONNREFUSED);
+  // The port that the file has is nobody's, and then the connecting socket's own.
+  for (const bool own : {false, true}) {
+    auto socket = server()->CreateAsyncSocket(SOCK_STREAM);
+    ASSERT_EQ(socket->Bind(SocketAddress::Loopback(0)), 0);
+    ASSERT_TRUE(WritePortFile(path_, socket->GetLocalAddress().port(), kCookie));
+    if (!own) socket->Close();
+    at_client.events.clear();
+    ASSERT_TRUE(own ? client_->Connect(std::move(socket), nullptr) : client_->Connect(nullptr));
+    ASSERT_TRUE(PumpUntil([&] { return at_client.Saw("closed"); }));
+    EXPECT_THAT(at_client.events, ElementsAre("port file", "closed"));
+    EXPECT_EQ(std::exchange(at_client.close_error, 0), ECONNREFUSED);
+  }
 
   const int descriptors = test::OpenDescriptors();
   for (const int bad_port : {0, -1, 65536}) {
@@ -172,18 +176,6 @@ TEST_F(MessageSocketTest, ARefusedConnectionIsReportedAsClosedAndABadPortFileAtO
   const auto peer = AcceptRaw("another cookie !");
   ASSERT_TRUE(PumpUntil([&] { return !peer->frames.empty(); }));
   EXPECT_THAT(peer->frames, ElementsAre(Pair(MSG_COOKIE, "another cookie !")));
-}
-
-TEST_F(MessageSocketTest, AConnectionToItselfIsAFailedOne) {
-  auto socket = server()->CreateAsyncSocket(SOCK_STREAM);
-  ASSERT_EQ(socket->Bind(SocketAddress::Loopback(0)), 0);
-  // The port in the file is the socket's own.
-  ASSERT_TRUE(WritePortFile(path_, socket->GetLocalAddress().port(), kCookie));
-  LinkWatcher at_client(client_.get());
-  ASSERT_TRUE(client_->Connect(std::move(socket), nullptr));
-  ASSERT_TRUE(PumpUntil([&] { return at_client.Saw("closed"); }));
-  EXPECT_THAT(at_client.events, ElementsAre("port file", "closed"));
-  EXPECT_EQ(at_client.close_error, ECONNREFUSED);
 }
 
 TEST_F(MessageSocketTest, ATextDoesNotWaitForTheAcknowledgementOfTheOneBefore) {

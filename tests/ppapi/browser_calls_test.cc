@@ -2,7 +2,7 @@
 // do later happens at once.
 #include <map>
 
-#include "tests/ppapi/service_fixture.h"
+#include "tests/ppapi/module_fixture.h"
 #include "tests/support/http_server.h"
 
 namespace mpbp::test {

@@ -93,9 +93,9 @@ class FakeEngineTest : public ModuleTest {
         ms);
   }
   // Up to "f-ready"; what the page and the engine received before is forgotten.
-  void ConnectPage() {
+  void ConnectPage(const std::string& url = kPageUrl) {
     texts_.clear();
-    CreatePage();
+    CreatePage(url);
     ASSERT_EQ(Listen(), std::nullopt);
     ASSERT_TRUE(RunUntilText(kReady));
     texts_.clear();
@@ -104,6 +104,33 @@ class FakeEngineTest : public ModuleTest {
 
   std::unique_ptr<Thread> thread_;
   std::unique_ptr<FakeEngine> engine_;
+};
+
+// The services that the engine gets from the module.
+class ServiceTest : public FakeEngineTest {
+ protected:
+  ServiceTest() { WriteOptions(""); }
+
+  // No engine is ever started: there is none in the folder.
+  void WriteOptions(const std::string& more) {
+    app_data_.WriteOptions("install_dir=" + app_data_.dir() / "no-engine" + "/\n" + more);
+  }
+
+  // Loads the module into such a browser and opens a page.
+  void Start(const host::HostOptions& options = {}, const std::string& url = kPageUrl) {
+    host_.options() = options;
+    ConnectPage(url);
+  }
+  // Unloads the module, which must not have left or misused anything.
+  void End() { TearDown(); }
+
+  // Sends the texts, and waits until the engine has received `count` texts more.
+  std::vector<std::string> Ask(const std::vector<std::string>& texts, size_t count) {
+    engine_->received.clear();
+    for (const std::string& text : texts) engine_->Send(text);
+    EXPECT_TRUE(RunUntil([&] { return engine_->received.size() >= count; }));
+    return engine_->received;
+  }
 };
 
 }  // namespace mpbp::test

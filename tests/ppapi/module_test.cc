@@ -22,8 +22,8 @@ TEST_F(ModuleTest, IsLoadedUsedAndUnloadedAgainAndAgain) {
   for (int round = 0; round < 3; ++round) {
     CreatePage();
     EXPECT_EQ(Version(), "5.1.7.0") << round;
-    page_.reset();
     host_.Unload();
+    EXPECT_EQ(Version(), "none");
     EXPECT_EQ(host_.leaked(), 0u);
     // Really gone: nothing of the module's keeps it mapped.
     EXPECT_THAT(ReadFile("/proc/self/maps"), Not(HasSubstr("libmpbppapiplugin")));

@@ -1,4 +1,4 @@
-#include "tests/ppapi/service_fixture.h"
+#include "tests/ppapi/module_fixture.h"
 
 namespace mpbp::test {
 namespace {

@@ -49,31 +49,22 @@ bool IsMapped(const std::string& module) {
   return false;
 }
 
-void Load(const std::string& module) {
+// Loads the module, and runs a page until the text that belongs to the state.
+void Reach(const std::string& state, const std::string& module,
+           const std::function<void()>& leave) {
   host = new Host;
   if (const auto error = host->Load(module)) Fail(*error);
-}
-
-// Runs the page until a text begins so.
-void OpenPageUntil(const std::string& wanted, const std::function<void()>& inside = nullptr) {
+  if (state == "loaded") return;
   page = new std::shared_ptr<Page>(host->CreatePage("https://www.murmel.example/"));
-  if (wanted.empty()) return;
+  if (state == "page") return;
+  const std::string wanted =
+      state == "launch" ? "[\"f-connect\",{\"step\":\"2\"}]" : "[\"f-ready\"]";
   bool seen = false;
   (*page)->SetOnMessage([&](const std::string& text) {
     seen = seen || text.starts_with(wanted);
-    if (seen && inside) inside();
+    if (seen && state == "inside") leave();
   });
   if (!host->RunUntil([&] { return seen; }, kTimeoutMs)) Fail("no " + wanted);
-}
-
-void UseForEver(const std::string& module, std::atomic<bool>* busy) {
-  Load(module);
-  OpenPageUntil("[\"f-ready\"]");
-  for (;;) {
-    (*page)->Get("version");
-    host->RunOnce(0);
-    *busy = true;
-  }
 }
 
 void Leave(const std::string& module, std::string_view way, size_t descriptors) {
@@ -97,21 +88,24 @@ extern "C" int close(int fd) {
 int main(int argc, char** argv) {
   if (argc != 4) Fail("MODULE STATE WAY");
   const std::string module = argv[1];
-  const std::string_view state = argv[2];
+  const std::string state = argv[2];
   const std::string_view way = argv[3];
-  own_descriptor =
-      open("/dev/null", O_RDONLY);  // not close-on-exec: whoever starts children closes
-  const size_t descriptors = CountDescriptors();
-  if (state == "busy") {
-    std::atomic<bool> busy{false};
-    std::thread(UseForEver, module, &busy).detach();
-    while (!busy) std::this_thread::yield();
-    Leave(module, way, descriptors);
+  // Not close-on-exec: whoever starts children closes it.
+  own_descriptor = open("/dev/null", O_RDONLY);
+  const auto leave = [&, descriptors = CountDescriptors()] { Leave(module, way, descriptors); };
+  if (state != "busy") {
+    Reach(state, module, leave);
+    leave();
   }
-  Load(module);
-  if (state == "page") OpenPageUntil("");
-  if (state == "launch") OpenPageUntil("[\"f-connect\",{\"step\":\"2\"}]");
-  if (state == "link") OpenPageUntil("[\"f-ready\"]");
-  if (state == "inside") OpenPageUntil("[\"f-ready\"]", [&] { Leave(module, way, descriptors); });
-  Leave(module, way, descriptors);
+  std::atomic<bool> busy{false};
+  std::thread([&] {
+    Reach(state, module, leave);
+    for (;;) {
+      (*page)->Get("version");
+      host->RunOnce(0);
+      busy = true;
+    }
+  }).detach();
+  while (!busy) std::this_thread::yield();
+  leave();
 }

@@ -2,12 +2,11 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <sstream>
 
 namespace mpbp::test {
@@ -28,47 +27,26 @@ bool ReadRequest(int fd, HttpServerRequest& request) {
     const size_t first_end = raw.find("\r\n");
     std::istringstream(raw.substr(0, first_end)) >> request.method >> request.path;
     request.head = raw.substr(first_end + 2, head_end - first_end - 4);
-    length = std::strtoul(request.Header("content-length").c_str(), nullptr, 10);
+    const char* const value = strcasestr(request.head.c_str(), "content-length:");
+    if (value != nullptr) length = std::strtoul(value + sizeof("content-length"), nullptr, 10);
   }
   request.body = raw.substr(head_end);
   return true;
 }
 
-std::string Chunked(const std::string& body) {
-  constexpr size_t kChunk = 1000;
-  std::ostringstream out;
-  for (size_t at = 0; at < body.size(); at += kChunk) {
-    const std::string part = body.substr(at, kChunk);
-    out << std::hex << part.size() << "\r\n" << part << "\r\n";
-  }
-  return out.str() + "0\r\n\r\n";
-}
-
-std::string Head(const HttpServerResponse& response) {
-  std::string head = "HTTP/1.1 " + std::to_string(response.status) + " " + response.reason + "\r\n";
-  for (const auto& [name, value] : response.headers) {
-    head.append(name).append(": ").append(value).append("\r\n");
-  }
-  head += response.chunked ? "Transfer-Encoding: chunked\r\n"
-                           : "Content-Length: " + std::to_string(response.body.size()) + "\r\n";
-  return head + "Connection: close\r\n\r\n";
+std::string BytesOf(const HttpServerResponse& response) {
+  if (response.status.empty()) return "";
+  const std::string length = "Content-Length: " + std::to_string(response.body.size()) + "\r\n";
+  return "HTTP/1.1 " + response.status + "\r\n" +
+         (response.headers.empty() ? length : response.headers) + "Connection: close\r\n\r\n" +
+         response.body;
 }
 
 }  // namespace
 
-std::string HttpServerRequest::Header(const std::string& name) const {
-  std::istringstream lines(head);
-  for (std::string line; std::getline(lines, line);) {
-    const size_t colon = line.find(':');
-    if (colon != name.size() || strncasecmp(line.c_str(), name.c_str(), colon) != 0) continue;
-    line.pop_back();  // '\r'
-    return line.substr(std::min(line.find_first_not_of(' ', colon + 1), line.size()));
-  }
-  return "";
-}
-
 HttpServerResponse RedirectTo(const std::string& url, int status) {
-  return {status, "Elsewhere", {{"Location", url}}, "not here", {}, {}, {}, {}};
+  return {"", std::to_string(status) + " Elsewhere",
+          "Location: " + url + "\r\nContent-Length: 0\r\n"};
 }
 
 HttpServer::HttpServer(Handler handler)
@@ -114,12 +92,10 @@ void HttpServer::Serve(int fd) {
     char byte = 0;
     while (response.hang && recv(fd, &byte, 1, 0) > 0) {
     }
-    if (!response.hang && !response.drop) {
-      const std::string body = response.chunked ? Chunked(response.body) : response.body;
-      const std::string all =
-          Head(response) + body.substr(0, response.break_after.value_or(body.size()));
+    if (!response.hang) {
       // Blocks until all is on its way, or the other side is gone.
-      send(fd, all.data(), all.size(), MSG_NOSIGNAL);
+      const std::string bytes = BytesOf(response);
+      send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
   }
   shutdown(fd, SHUT_RDWR);  // Stop closes it, so that the number is not taken again meanwhile

@@ -7,7 +7,6 @@
 #include <functional>
 #include <list>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -20,20 +19,13 @@ struct HttpServerRequest {
   std::string path;
   std::string head;  // the header lines, each ended by "\r\n"
   std::string body;
-
-  // The value of the first header of that name, in any case; empty when there is none.
-  std::string Header(const std::string& name) const;
 };
 
 struct HttpServerResponse {
-  int status = 200;
-  std::string reason = "OK";
-  std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
-  bool chunked = false;               // in chunks of 1000 bytes, without a length
-  std::optional<size_t> break_after;  // close after so many bytes of the body, the length kept
-  bool drop = false;                  // close without a byte
-  bool hang = false;                  // keep silent until the client or Stop ends it
+  std::string status = "200 OK";  // empty: close without a byte
+  std::string headers;            // lines ended by "\r\n"; none: the length
+  bool hang = false;              // keep silent until the client or Stop ends it
 };
 
 HttpServerResponse RedirectTo(const std::string& url, int status = 302);

@@ -96,12 +96,13 @@ const scenes = {
     report('got', [await session.echo('still here')]);
   },
 
-  // Leaves while texts are in flight both ways: reloads twice, then goes to another address.
-  async travel() {
+  // Leaves while texts are in flight both ways: reloads so often, then goes to another address.
+  async travel(reloads) {
     const visit = Number(sessionStorage.visit || 0);
     sessionStorage.visit = visit + 1;
     const session = await new Session().alive();
-    if (visit === 3) {
+    if (reloads === undefined) {
+      sessionStorage.clear();
       report('arrived', [await session.echo('hello from the next page'), session.count('in flight')]);
       return finish();
     }
@@ -109,8 +110,8 @@ const scenes = {
     for (let i = 0; i < 200; i++) session.plugin.send('in flight ' + i + ' ' + 'x'.repeat(500));
     session.send('many', 200, 500);
     await session.next((text) => text.startsWith('in flight'));
-    if (visit < 2) location.reload();
-    else location.search = 'travel&on';
+    if (visit < reloads) location.reload();
+    else location.search = 'travel';
   },
 
   // Takes the element out inside its own callback, at three different moments.

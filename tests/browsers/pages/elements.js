@@ -163,17 +163,18 @@ const scenes = {
       thrown(() => HTMLEmbedElement.prototype.version) !== 'nothing thrown']);
   },
 
-  // The driver kills the connector.
-  async survives() {
+  // The driver kills the connector so often, or what else there is to kill.
+  async survives(count) {
     const session = await new Session().alive();
-    const dead = session.kind('f-dead');
-    report('alive', true);
-    await dead;
-    report('dead', true);
-    await session.kind('f-ready');
-    report('back', session.count('["f-dead"]'));
-    await session.kind('qw');
-    report('echo', await session.echo('after its death'));
+    for (let i = 0; i < count; i++) {
+      const dead = session.kind('f-dead');
+      const back = session.kind('qw');
+      report('alive', i);
+      await dead;
+      report('dead', i);
+      await back;
+    }
+    report('back', [session.count('["f-dead"]'), await session.echo('after the last')]);
   },
 
   // What onerror gets, and again when the page tries again.
@@ -209,17 +210,12 @@ const scenes = {
       const original = object[name];
       object[name] = function (...values) {
         seen.push(name);
-        return original.apply(this, values);
+        return new.target ? new original(...values) : original.apply(this, values);
       };
+      return original;
     };
     for (const name of ['addEventListener', 'dispatchEvent']) spy(EventTarget.prototype, name);
-    const NativeEvent = window.CustomEvent;
-    window.CustomEvent = class extends NativeEvent {
-      constructor(...values) {
-        super(...values);
-        seen.push('CustomEvent');
-      }
-    };
+    const NativeEvent = spy(window, 'CustomEvent');
     const session = await new Session().alive();
     await session.echo('by way of nobody');
     report('seen', seen);
@@ -253,27 +249,36 @@ const scenes = {
     }
   },
 
-  // A large echo, and what small ones on another link take meanwhile.
+  // A large echo, and how many small ones on another link come back meanwhile.
   async large(size) {
     const large = await new Session().alive();
     const small = await new Session().alive();
-    const roundTrip = async () => {
-      const started = performance.now();
-      await small.echo('small');
-      return performance.now() - started;
-    };
-    for (let i = 0; i < 200; i++) await roundTrip();
-    const idle = [];
-    for (let i = 0; i < 1000; i++) idle.push(await roundTrip());
     const text = 'large ' + 'x'.repeat(Number(size));
     let back = null;
-    const started = performance.now();
-    const answer = large.echo(text).then((echo) => { back = echo; });
-    const times = [];
-    while (back === null) times.push(await roundTrip());
-    await answer;
-    const middle = (values) => values.sort((a, b) => a - b)[Math.floor(values.length / 2)];
-    report('large', [back === text, performance.now() - started, middle(idle), middle(times), times.length]);
+    large.echo(text).then((echo) => { back = echo; });
+    let count = 0;
+    for (; back === null; count++) await small.echo('small');
+    report('large', [back === text, count]);
+  },
+
+  // Opens so many windows at once, each with a link of its own.
+  async tabs(count) {
+    const told = new Set();
+    const all = new Promise((resolve) => window.addEventListener('message', (event) => {
+      if (told.add(event.data).size === Number(count)) resolve();
+    }));
+    const windows = [];
+    for (let i = 0; i < count; i++) windows.push(window.open('elements.html?tab&' + i));
+    await all;
+    report('ready', windows.length);
+    for (const each of windows) each.close();
+    finish();
+  },
+
+  async tab(name) {
+    const session = await new Session().alive();
+    await session.echo('echo of ' + name);
+    window.opener.postMessage(name);
   },
 
   async away() {

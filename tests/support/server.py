@@ -1,4 +1,4 @@
-"""The https server of the pages, to which they report."""
+"""The web server of the browsers' pages and of the engine's requests, on the loopback address."""
 import http.server
 import json
 import mimetypes
@@ -8,10 +8,10 @@ import ssl
 import subprocess
 import threading
 
-HERE = pathlib.Path(__file__).resolve().parent
-TOP = HERE.parent.parent
+TOP = pathlib.Path(__file__).resolve().parent.parent.parent
+CONSOLE = TOP / "examples" / "console"
 # The pages of the module's tests are served too: they are the same in every browser.
-FOLDERS = (HERE / "pages", HERE.parent / "browser" / "pages", TOP / "examples" / "console")
+FOLDERS = (TOP / "tests/browsers/pages", TOP / "tests/browser/pages", CONSOLE)
 NAMES = ["*.corp.murmel.example", "corp.murmel.example", "www.murmel.example", "meet.murmel.example",
          "elsewhere.example"]
 
@@ -28,36 +28,26 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
     def do_GET(self):
         path = self.path.split("?")[0]
-        if self._is_asked_for_by_an_engine(path, b""):
-            return None
-        if path == "/next":
-            self._answer(self.server.next_page().encode(), "text/plain")
-        elif path == "/redirect":
-            self._answer(b"", "text/plain", 302)
-        elif path == "/readme.html":
-            self._answer(readme_page(), "text/html")
-        else:
-            for file in (folder / path[1:] for folder in FOLDERS):
-                if file.is_file():
-                    return self._answer(file.read_bytes(), mimetypes.guess_type(path)[0])
-            self._answer(b"", "text/plain", 404)
-        return None
-
-    def do_POST(self):
+        content_type = mimetypes.guess_type(path)[0] or "text/plain"
         body = self.rfile.read(int(self.headers.get("Content-Length", 0)))
-        if self.path == "/report":
+        if path == "/report":
             self.server.reports.put(json.loads(body))
-            self._answer(b"", "text/plain")
-        elif not self._is_asked_for_by_an_engine(self.path, body):
-            self._answer(b"", "text/plain")
+            self._answer(b"", content_type)
+        elif path in self.server.answers or body:
+            self.server.requests.append((self.command, self.path, dict(self.headers), body))
+            self._answer(self.server.answers.get(path, body), content_type)
+        elif path == "/next":
+            self._answer(self.server.next_page().encode(), content_type)
+        elif path == "/redirect":
+            self._answer(b"", content_type, 302)
+        elif path == "/readme.html":
+            self._answer(readme_page(), content_type)
+        else:
+            files = [folder / path[1:] for folder in FOLDERS]
+            found = [file.read_bytes() for file in files if file.is_file()]
+            self._answer(found[0] if found else b"", content_type, 200 if found else 404)
 
-    def _is_asked_for_by_an_engine(self, path, body):
-        """Answers what a test has an answer for, or sends a body back, and notes the request."""
-        if path not in self.server.answers and not body:
-            return False
-        self.server.requests.append((self.command, self.path, dict(self.headers), body))
-        self._answer(self.server.answers.get(path, body), "text/plain")
-        return True
+    do_POST = do_GET
 
     def _answer(self, content, content_type, status=200):
         self.send_response(status)
@@ -86,19 +76,24 @@ class Quiet(http.server.ThreadingHTTPServer):
 
 
 class Server:
-    """Pages over https and over http, with a certificate of an authority of its own: FOLDER/ca.crt."""
+    """Serves what is in FOLDERS over https and over http; without a FOLDER over http alone.
 
-    def __init__(self, folder):
-        self._make_certificates(pathlib.Path(folder))
+    Its certificate is from an authority of its own: FOLDER/ca.crt. Pages report to /report, and
+    learn from /next where to go. A body that is sent elsewhere comes back.
+    """
+
+    def __init__(self, folder=None):
         self.reports = queue.Queue()
-        self.answers = {}  # by path, to requests of engines
-        self.requests = []  # of engines: (method, path, headers, body)
+        self.answers = {}  # bodies of further answers, by path
+        self.requests = []  # for those, and with bodies: (method, path, headers, body)
         self._asked = 0
         self._next_page = ""
         self._changed = threading.Condition()
         self._servers = []
-        self.port = self._serve(pathlib.Path(folder))
-        self.http_port = self._serve(None)
+        self.port = self.http_port = self._serve(None)
+        if folder:
+            self._make_certificates(pathlib.Path(folder))
+            self.port = self._serve(pathlib.Path(folder))
 
     def _serve(self, certificates):
         server = Quiet(("127.0.0.1", 0), Handler)
