@@ -26,10 +26,10 @@ class PhysicalSocket : public AsyncSocket, public SlotOwner {
   SocketAddress GetRemoteAddress() const override;
   [[nodiscard]] int Bind(const SocketAddress& address) override;
   [[nodiscard]] int Connect(const SocketAddress& address) override;
-  int Send(const void* data, size_t length) override;
-  int SendTo(const void* data, size_t length, const SocketAddress& address) override;
-  int Recv(void* buffer, size_t length) override;
-  int RecvFrom(void* buffer, size_t length, SocketAddress* address) override;
+  [[nodiscard]] int Send(const void* data, size_t length) override;
+  [[nodiscard]] int SendTo(const void* data, size_t length, const SocketAddress& address) override;
+  [[nodiscard]] int Recv(void* buffer, size_t length) override;
+  [[nodiscard]] int RecvFrom(void* buffer, size_t length, SocketAddress* address) override;
   [[nodiscard]] int Listen(int backlog) override;
   [[nodiscard]] std::unique_ptr<AsyncSocket> Accept(SocketAddress* address) override;
   int Close() override;

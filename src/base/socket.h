@@ -43,11 +43,12 @@ class Socket {
   [[nodiscard]] virtual int Bind(const SocketAddress& address) = 0;
   // A host name is resolved first, in the background; a failure then raises the close event.
   [[nodiscard]] virtual int Connect(const SocketAddress& address) = 0;
-  virtual int Send(const void* data, size_t length) = 0;
-  virtual int SendTo(const void* data, size_t length, const SocketAddress& address) = 0;
+  [[nodiscard]] virtual int Send(const void* data, size_t length) = 0;
+  [[nodiscard]] virtual int SendTo(const void* data, size_t length,
+                                   const SocketAddress& address) = 0;
   // At the end of the stream: -1 with EWOULDBLOCK; the close event follows.
-  virtual int Recv(void* buffer, size_t length) = 0;
-  virtual int RecvFrom(void* buffer, size_t length, SocketAddress* address) = 0;
+  [[nodiscard]] virtual int Recv(void* buffer, size_t length) = 0;
+  [[nodiscard]] virtual int RecvFrom(void* buffer, size_t length, SocketAddress* address) = 0;
   [[nodiscard]] virtual int Listen(int backlog) = 0;
   // Null when there is no connection to take. `address` may be null.
   [[nodiscard]] virtual std::unique_ptr<AsyncSocket> Accept(SocketAddress* address) = 0;
