@@ -1,0 +1,123 @@
+// module: whether a browser could load it.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+
+#include "base/filestream.h"
+#include "base/stringutils.h"
+#include "doctor/checks.h"
+#include "doctor/files.h"
+#include "doctor/programs.h"
+#include "plugin/mpbp/common/version.h"
+
+namespace mpbp::doctor {
+namespace {
+
+// What a browser of this interface looks for in a module.
+constexpr const char* kExports[] = {"PPP_InitializeModule", "PPP_GetInterface",
+                                    "PPP_ShutdownModule"};
+constexpr size_t kMaxModule = 64 << 20;
+constexpr int kLoadMs = 5000;
+
+// What is wrong, for a person; empty when it loads. In a process of its own: a broken module may
+// end the one that loads it.
+std::string LoadingComplaint(const std::string& path) {
+  void* const module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!module) {
+    const char* const why = dlerror();
+    return why ? why : "it cannot be loaded";
+  }
+  for (const char* const name : kExports) {
+    if (!dlsym(module, name)) return std::string("it does not export ") + name;
+  }
+  return {};
+}
+
+CheckResult Load(const std::string& path) {
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return Fault(ErrorText(errno), "Try again.");
+  const UniqueFd reading(fds[0]);
+  UniqueFd writing(fds[1]);
+  const pid_t child = fork();
+  if (child == 0) {
+    const std::string complaint = LoadingComplaint(path);
+    const ssize_t told = write(writing.get(), complaint.data(), complaint.size());
+    _exit(told == static_cast<ssize_t>(complaint.size()) ? 0 : 1);
+  }
+  if (child < 0) return Fault(ErrorText(errno), "Try again.");
+  writing.Reset();
+  const Deadline deadline(kLoadMs);
+  const std::string complaint = ReadBytes(reading, 4096, deadline);
+  const auto status = WaitForEnd(child, deadline);
+  if (!complaint.empty()) {
+    return Fault(path + " cannot be loaded: " + complaint,
+                 "Install the library that it names; a module built on one Debian release does not "
+                 "load on another. Otherwise install the module again.");
+  }
+  if (!status || !WIFEXITED(*status)) {
+    return Fault(path + " ends the process that loads it, or holds it up",
+                 "Install the module again.");
+  }
+  return {};
+}
+
+bool IsVersionText(const std::string& text) {
+  int numbers = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (isdigit(static_cast<unsigned char>(text[i]))) {
+      if (i == 0 || !isdigit(static_cast<unsigned char>(text[i - 1]))) ++numbers;
+    } else if (text[i] != ',' && text[i] != ' ') {
+      return false;
+    }
+  }
+  return numbers == 4;
+}
+
+}  // namespace
+
+std::string ModuleVersion(const std::string& module) {
+  // It stands in the module as "5, 1, 7, 0", between NULs.
+  const std::string bytes = ReadFileText(module, kMaxModule);
+  for (size_t comma = bytes.find(", "); comma != std::string::npos;
+       comma = bytes.find(", ", comma + 1)) {
+    const size_t begin = bytes.rfind('\0', comma) + 1;
+    const size_t end = bytes.find('\0', comma);
+    if (end == std::string::npos || end - begin > 32) continue;
+    const std::string text = bytes.substr(begin, end - begin);
+    if (IsVersionText(text)) return ReplaceAll(ReplaceAll(text, " ", ""), ",", ".");
+  }
+  return {};
+}
+
+CheckResult CheckModule(const Setup& setup) {
+  const std::string& path = setup.module;
+  if (path.empty()) {
+    return Fault(std::string(kModuleName) + " is neither beside this program nor installed",
+                 "Install the plug-in's package, or say --module FILE.");
+  }
+  if (!MayAccess(path, R_OK)) {
+    return Fault(path + ": " + ErrorText(errno), "Install the plug-in's package again.");
+  }
+  CheckResult result = Load(path);
+  if (result.status == CheckStatus::FAULT) return result;
+  if (path.find_first_of(",;#") != std::string::npos) {
+    result.AddFault(path + " holds a comma, a semicolon or a #: browsers cannot be told of it",
+                    "Move it to a folder without these.");
+  }
+  const std::string version = ModuleVersion(path);
+  if (!version.empty() && version != PluginVersion()) {
+    result.AddWarning(path + " is of version " + version + ", this program of " + PluginVersion(),
+                      "Install both from the same release.");
+  }
+  if (result.message.empty()) {
+    result.AddOk(path + (version.empty() ? "" : ", version " + version) +
+                 ", loads with its libraries and three exports");
+  }
+  return result;
+}
+
+}  // namespace mpbp::doctor

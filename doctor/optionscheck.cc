@@ -1,0 +1,157 @@
+// options: each line of the file, as the plug-in reads it.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <numeric>
+#include <set>
+#include <sstream>
+#include <vector>
+
+#include "base/filestream.h"
+#include "base/logging.h"
+#include "base/stringutils.h"
+#include "doctor/checks.h"
+#include "doctor/files.h"
+
+namespace mpbp::doctor {
+namespace {
+
+constexpr const char* kNames[] = {"install_dir", "pluginppapi_log_level", "pluginppapi_log_path",
+                                  "plugin_enable_corp_host"};
+constexpr size_t kMaxShown = 60;
+
+// How many letters must be changed, added or left out to make one of the other.
+size_t Distance(std::string_view one, std::string_view other) {
+  std::vector<size_t> row(other.size() + 1);
+  std::iota(row.begin(), row.end(), 0);
+  for (size_t i = 0; i < one.size(); ++i) {
+    size_t diagonal = row[0]++;
+    for (size_t j = 0; j < other.size(); ++j) {
+      const size_t changed = diagonal + (one[i] == other[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
+    }
+  }
+  return row.back();
+}
+
+// The known name that is nearest to the unknown one.
+std::string Nearest(std::string_view name) {
+  const std::string wanted = LowerCase(TrimWhitespace(name)).substr(0, kMaxShown);
+  return *std::min_element(std::begin(kNames), std::end(kNames),
+                           [&wanted](const char* one, const char* other) {
+                             return Distance(wanted, one) < Distance(wanted, other);
+                           });
+}
+
+std::string Shown(std::string_view text) {
+  return '"' + std::string(text.substr(0, kMaxShown)) + (text.size() > kMaxShown ? "..." : "") +
+         '"';
+}
+
+class LineReader {
+ public:
+  explicit LineReader(CheckResult* result) : result_(*result) {}
+
+  void Read(const std::string& line) {
+    ++number_;
+    if (line.empty()) return;  // refused, and of no harm
+    const size_t separator = line.find('=');
+    if (separator == std::string::npos) {
+      const bool comment = line[0] == '#';
+      Add(CheckStatus::WARNING, "is refused, it has no \"=\": " + Shown(line),
+          comment ? "There are no comments in this file; the line is harmless."
+                  : "Write name=value, or take the line out.");
+      return;
+    }
+    const std::string name = line.substr(0, separator);
+    if (std::find(std::begin(kNames), std::end(kNames), name) == std::end(kNames)) {
+      Add(CheckStatus::WARNING, "has the unknown name " + Shown(name),
+          "Did you mean " + Nearest(name) + "? Names have no blanks around them.");
+    } else if (!seen_.insert(name).second) {
+      Add(CheckStatus::WARNING, "sets " + name + " again; the last one counts",
+          "Leave one of them.");
+    }
+  }
+
+ private:
+  void Add(CheckStatus status, const std::string& what, const std::string& remedy) {
+    result_.Add(status, "line " + std::to_string(number_) + " " + what, remedy);
+  }
+
+  CheckResult& result_;
+  int number_ = 0;
+  std::set<std::string> seen_;
+};
+
+bool IsQuotedOrBlank(const std::string& value) {
+  return value != TrimWhitespace(value) || value.starts_with('"') || value.starts_with('\'');
+}
+
+void CheckValues(const Setup& setup, CheckResult* result) {
+  for (const char* const name : kNames) {
+    const std::string value = setup.Option(name);
+    if (value.ends_with('\r')) {
+      result->AddFault(std::string(name) + " ends with a carriage return, which counts",
+                       "Save the file with Unix line ends.");
+    } else if (IsQuotedOrBlank(value)) {
+      result->AddFault(std::string(name) +
+                           " has quotes or blanks around its value, which count: " + Shown(value),
+                       "Write the value as it is, right after the \"=\".");
+      return;
+    }
+  }
+  const std::string level = setup.Option("pluginppapi_log_level");
+  if (!level.empty() && LogMessage::SeverityFromName(level) > LS_ERROR) {
+    result->AddFault("pluginppapi_log_level is " + Shown(level) + ": the log stays empty",
+                     "LS_SENSITIVE, LS_VERBOSE, LS_INFO, LS_WARNING, LS_ERROR, or 0 to 4.");
+  }
+  int32_t corporate = 0;
+  const std::string text = setup.Option("plugin_enable_corp_host");
+  if (!text.empty() && !setup.options.GetIntValue("plugin_enable_corp_host", &corporate)) {
+    result->AddFault("plugin_enable_corp_host is " + Shown(text) +
+                         ", no number: pages of the corporate domains are not served",
+                     "1 serves them, 0 does not.");
+  }
+}
+
+std::string Summary(const Setup& setup) {
+  std::string summary;
+  for (const char* const name : kNames) {
+    const std::string value = setup.Option(name);
+    if (!value.empty()) summary += (summary.empty() ? "" : ", ") + std::string(name) + "=" + value;
+  }
+  return summary.empty() ? "nothing is set: the defaults hold" : summary;
+}
+
+}  // namespace
+
+CheckResult CheckOptions(const Setup& setup) {
+  if (setup.folder.empty()) return Skipped("no folder is known (folder)");
+  const std::string path = setup.folder + kOptionsName;
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) != 0 && errno == ENOENT) {
+    return Ok("there is no options file: the defaults hold");
+  }
+  OptionsFile file(path);
+  int error = 0;
+  FileStream stream;
+  if (!stream.Open(path, "r", &error)) {
+    return Fault(path + " cannot be read: " + ErrorText(error) + "; the defaults hold",
+                 "Make it a regular file that you may read.");
+  }
+  if (!file.Load()) {
+    return Fault(path + " cannot be read to its end, some options may be missing",
+                 "It must be a regular file of less than 1 MiB.");
+  }
+  CheckResult result;
+  LineReader reader(&result);
+  std::istringstream lines(ReadFileText(path, OptionsFile::kMaxFileSize));
+  for (std::string line; std::getline(lines, line);) reader.Read(line);
+  CheckValues(setup, &result);
+  if (result.status == CheckStatus::SKIPPED) result.AddOk(Summary(setup));
+  return result;
+}
+
+}  // namespace mpbp::doctor

@@ -1,0 +1,106 @@
+#include "doctor/setup.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+
+#include "base/directoryiterator.h"
+#include "base/filesystem.h"
+#include "engineprocesses.h"
+#include "logutility.h"
+#include "plugin/pluginutils.h"
+
+namespace mpbp::doctor {
+namespace {
+
+constexpr char kTimestamp[] = "%TIMESTAMP%";
+
+// From the folder of this program: the build's, and those of an installation.
+constexpr const char* kPlaces[] = {"", "../" MPBP_LIBDIR "/murmel-parl-plugin/",
+                                   "../lib/murmel-parl-plugin/", "../libexec/murmel-parl-plugin/"};
+
+std::string Environment(const char* name) {
+  const char* const value = getenv(name);
+  return value ? value : "";
+}
+
+std::string WithSlash(const std::string& folder) { return Pathname(folder, "").folder(); }
+
+std::string OwnFolder() {
+  char path[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
+  if (length <= 0 || length == static_cast<ssize_t>(sizeof(path))) return {};
+  return Pathname(std::string_view(path, static_cast<size_t>(length))).folder();
+}
+
+std::string FindBeside(const char* name) {
+  for (const char* const place : kPlaces) {
+    const std::string path = OwnFolder() + place + name;
+    char real[PATH_MAX];
+    if (Filesystem::IsFile(path)) return realpath(path.c_str(), real) ? real : path;
+  }
+  return {};
+}
+
+// The newest file that the path names with any time in it; the path as of now when there is none.
+std::string NewestLog(const std::string& pattern) {
+  const Pathname path(pattern);
+  const size_t mark = path.filename().find(kTimestamp);
+  if (mark == std::string::npos) return ReplaceTimestamp(pattern);
+  const std::string before = path.filename().substr(0, mark);
+  std::string newest = ReplaceTimestamp(pattern);
+  time_t newest_time = 0;
+  DirectoryIterator entries;
+  if (!entries.Iterate(path.folder())) return newest;
+  do {
+    const std::string file = path.folder() + entries.Name();
+    struct stat status = {};
+    if (entries.Name().starts_with(before) && stat(file.c_str(), &status) == 0 &&
+        S_ISREG(status.st_mode) && status.st_mtime > newest_time) {
+      newest_time = status.st_mtime;
+      newest = file;
+    }
+  } while (entries.Next());
+  return newest;
+}
+
+}  // namespace
+
+std::string Setup::Option(const std::string& name) const {
+  std::string value;
+  return options.GetStringValue(name, &value) ? value : std::string();
+}
+
+std::string Setup::LogPath(const std::string& default_name) const {
+  const std::string configured = Option("pluginppapi_log_path");
+  if (configured.empty()) return folder.empty() ? std::string() : folder + default_name;
+  if (default_name == kLogName) return NewestLog(configured);
+  Pathname path(ReplaceTimestamp(configured));
+  path.SetFilename(default_name);
+  return path.pathname();
+}
+
+Setup FindSetup(const std::string& module, const std::string& connector) {
+  Filesystem::SetOrganizationName("Murmel");
+  Filesystem::SetApplicationName("Murmel Parl Plugin");
+  Setup setup;
+  setup.home = Environment("HOME");
+  const std::string root = Environment(kRootVariable);
+  setup.root = root.empty() ? "/" : WithSlash(root);
+  Pathname folder;
+  if (Filesystem::FindAppDataFolder(&folder, true)) {
+    setup.folder = folder.folder();
+    setup.options = OptionsFile(setup.folder + kOptionsName);
+    static_cast<void>(setup.options.Load());  // the check of the options says why not
+  }
+  const std::string install_dir = setup.Option("install_dir");
+  setup.engine_program =
+      Pathname(install_dir.empty() ? kDefaultInstallDir : install_dir, kEngineName).pathname();
+  setup.module = module.empty() ? FindBeside(kModuleName) : module;
+  setup.connector = connector.empty() ? FindBeside(kConnectorName) : connector;
+  return setup;
+}
+
+}  // namespace mpbp::doctor
