@@ -64,7 +64,8 @@ std::string PathOf(const Setup& setup, const std::string& path) {
   if (path[0] != '~' && path[0] != '$') return setup.root + path;
   std::string folder = Pathname(setup.home, "").folder();
   // Beside the plug-in's own folder, whose name is the last of its path.
-  if (path[0] == '$' && setup.folder.starts_with('/')) {
+  if (path[0] == '$') {
+    if (!setup.folder.starts_with('/')) return folder + ".config/" + path.substr(1);
     folder = Pathname(setup.folder.substr(0, setup.folder.size() - 1)).folder();
   }
   return folder + path.substr(1);

@@ -16,7 +16,7 @@
 namespace mpbp::doctor {
 namespace {
 
-constexpr int kVersionMs = 2000;
+constexpr int kVersionMs = 5000;
 constexpr int kAnswerMs = 5000;
 constexpr uint32_t kMaxFrame = 1 << 20;  // what browsers take
 constexpr char kInstall[] = "Install the plug-in's package again, both from the same release.";

@@ -19,9 +19,10 @@ using Clock = std::chrono::steady_clock;
 
 // As long as the plug-in gives an engine.
 constexpr int kHandshakeMs = 5000;
-constexpr int kReadyMs = 1000;
-constexpr int kAnswerMs = 1000;
-constexpr int kLargeAnswerMs = 5000;
+constexpr int kReadyMs = 3000;
+// An engine need not know "echo", so the first answer is not waited for as long as the others.
+constexpr int kFirstAnswerMs = 1000;
+constexpr int kAnswerMs = 5000;
 constexpr int kRounds = 20;
 constexpr size_t kLargeText = 1 << 20;
 
@@ -81,8 +82,8 @@ double RoundTrip(LinkProbe* probe, const std::string& text, int timeout_ms) {
 CheckResult MeasureEcho(LinkProbe* probe) {
   std::vector<double> times;
   for (int round = 0; round < kRounds; ++round) {
-    const double time =
-        RoundTrip(probe, "[\"echo\",\"doctor " + std::to_string(round) + "\"]", kAnswerMs);
+    const double time = RoundTrip(probe, "[\"echo\",\"doctor " + std::to_string(round) + "\"]",
+                                  round == 0 ? kFirstAnswerMs : kAnswerMs);
     if (time < 0) break;
     times.push_back(time);
   }
@@ -95,7 +96,7 @@ CheckResult MeasureEcho(LinkProbe* probe) {
         "this engine does not send [\"echo\",...] back; only the stand-in engine has to");
   }
   const std::string large = "[\"echo\",\"" + std::string(kLargeText, 'x') + "\"]";
-  const double large_time = RoundTrip(probe, large, kLargeAnswerMs);
+  const double large_time = RoundTrip(probe, large, kAnswerMs);
   if (times.size() < kRounds || large_time < 0) {
     return Fault(large_time < 0 ? "a text of 1 MiB does not come back as it was"
                                 : "some texts do not come back as they were",
@@ -115,8 +116,15 @@ CheckResult CheckHandshake(const Setup& setup, PrivateEngine& engine) {
   engine.Start();
   if (engine.runs()) {
     LinkProbe probe;
-    AddHandshake("an engine of its own", probe.Shake(engine.port_file(), kHandshakeMs), &result);
-    if (result.status == CheckStatus::OK && !probe.WaitForText(SaysQw, kReadyMs)) {
+    AddHandshake("the doctor's engine", probe.Shake(engine.port_file(), kHandshakeMs), &result);
+    engine.set_refuses(result.status == CheckStatus::FAULT);
+    if (engine.refuses() || probe.WaitForText(SaysQw, kReadyMs)) {
+      // Nothing to add.
+    } else if (probe.closed()) {
+      engine.set_refuses(true);
+      result.AddFault("it closes the link right after that",
+                      "It must keep the link until the page's side closes it; see its log.");
+    } else {
       result.AddWarning(
           "it does not announce itself with \"qw\": the plug-in will not start it again when it "
           "dies",
@@ -136,7 +144,7 @@ CheckResult CheckEcho(PrivateEngine& engine) {
   engine.Start();
   if (!engine.runs()) return Skipped("there is no engine to talk to (engine-start)");
   LinkProbe probe;
-  if (probe.Shake(engine.port_file(), kHandshakeMs) != Handshake::AUTHORIZED) {
+  if (engine.refuses() || probe.Shake(engine.port_file(), kHandshakeMs) != Handshake::AUTHORIZED) {
     return Skipped("the link is not authorized (handshake)");
   }
   return MeasureEcho(&probe);

@@ -22,7 +22,9 @@ CheckResult CheckFolder(const Setup& setup) {
     return Fault("no home folder is known", "Set HOME, or XDG_CONFIG_HOME, for the browser.");
   }
   CheckResult result;
-  if (!AddWhetherAbsolute("the configuration folder", setup.folder, &result)) return result;
+  if (!AddWhetherAbsolute("the configuration folder", setup.folder,
+                          "the engine, which runs in /, looks in another one", &result))
+    return result;
   const std::string path = ParentOf(setup.folder);
   struct stat status = {};
   if (lstat(path.c_str(), &status) != 0 && errno == ENOENT) {
@@ -56,7 +58,7 @@ CheckResult CheckFolder(const Setup& setup) {
 CheckResult CheckInstallDir(const Setup& setup) {
   const std::string& path = setup.engine_program;
   CheckResult result;
-  if (!AddWhetherAbsolute("install_dir", path, &result)) return result;
+  if (!AddWhetherAbsolute("install_dir", path, "it is looked for in /", &result)) return result;
   const std::string set_it =
       "Install the engine there, or name its folder: a line install_dir=/its/folder in " +
       (setup.folder.empty() ? std::string("the options file") : setup.folder + kOptionsName) + ".";

@@ -63,14 +63,14 @@ void AddWhetherItCanBeMade(const std::string& path, CheckResult* result) {
   }
 }
 
-bool AddWhetherAbsolute(const std::string& what, const std::string& path, CheckResult* result) {
+bool AddWhetherAbsolute(const std::string& what, const std::string& path,
+                        const std::string& consequence, CheckResult* result) {
   if (path.starts_with('/')) return true;
   if (path.starts_with('~')) {
     result->AddFault(what + " begins with a tilde (" + path + "), which nobody replaces",
                      "Write the home folder's path in full.");
   } else {
-    result->AddFault(what + " is relative (" + path +
-                         "): browser and engine, which runs in /, look in different places",
+    result->AddFault(what + " is relative (" + path + "): " + consequence,
                      "Write a path that begins with a slash.");
   }
   return false;

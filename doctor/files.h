@@ -27,8 +27,9 @@ bool MayAccess(const std::string& path, int how);
 void AddWhetherItCanBeMade(const std::string& path, CheckResult* result);
 
 // For a path in an option or variable: a fault when it begins with a tilde, which nobody replaces,
-// or does not begin with '/'. Whether it was well.
-bool AddWhetherAbsolute(const std::string& what, const std::string& path, CheckResult* result);
+// or does not begin with '/', which has a `consequence`. Whether it was well.
+bool AddWhetherAbsolute(const std::string& what, const std::string& path,
+                        const std::string& consequence, CheckResult* result);
 
 // In words: "3 h 5 min", "12 s".
 std::string DurationText(long seconds);

@@ -85,7 +85,8 @@ CheckResult CheckLog(const Setup& setup) {
   if (path.empty()) return Skipped("no folder is known (folder)");
   CheckResult result;
   if (!setup.Option("pluginppapi_log_path").empty() &&
-      !AddWhetherAbsolute("pluginppapi_log_path", path, &result)) {
+      !AddWhetherAbsolute("pluginppapi_log_path", path,
+                          "it depends on the browser's current folder", &result)) {
     return result;
   }
   struct stat status = {};
@@ -96,6 +97,8 @@ CheckResult CheckLog(const Setup& setup) {
     if (result.status != CheckStatus::FAULT) {
       result.AddOk(path + " does not exist yet, " + LevelText(setup));
     }
+  } else if (errno == ENOTDIR && setup.Option("pluginppapi_log_path").empty()) {
+    return Skipped("there is no such folder (folder)");
   } else {
     result.AddFault(path + ": " + ErrorText(errno), "Set pluginppapi_log_path to another file.");
   }

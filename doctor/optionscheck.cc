@@ -131,8 +131,9 @@ CheckResult CheckOptions(const Setup& setup) {
   if (setup.folder.empty()) return Skipped("no folder is known (folder)");
   const std::string path = setup.folder + kOptionsName;
   struct stat status = {};
-  if (lstat(path.c_str(), &status) != 0 && errno == ENOENT) {
-    return Ok("there is no options file: the defaults hold");
+  if (lstat(path.c_str(), &status) != 0) {
+    if (errno == ENOTDIR) return Skipped("there is no such folder (folder)");
+    if (errno == ENOENT) return Ok("there is no options file: the defaults hold");
   }
   OptionsFile file(path);
   int error = 0;

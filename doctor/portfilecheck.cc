@@ -30,9 +30,13 @@ void AddListener(int port, const std::string& path, CheckResult* result) {
                                 std::to_string(listener->user) + ": the file is stale",
                             remove);
   }
+  if (listener->pid == 0) {
+    return result->AddOk(where +
+                         ", where a process of yours listens that cannot be seen from here");
+  }
   const std::string who = listener->name + " (process " + std::to_string(listener->pid) + ")";
   // As IsEngineStat compares: the kernel keeps 15 characters.
-  if (listener->pid != 0 && !std::string(kEngineName).starts_with(listener->name)) {
+  if (!std::string(kEngineName).starts_with(listener->name)) {
     return result->AddFault("on " + where + " listens " + who + ", which is no engine by its name",
                             "If it is another program: " + remove +
                                 ". If it is the engine: its process must be called "
@@ -49,6 +53,7 @@ CheckResult CheckPortFile(const Setup& setup) {
   const std::string remedy = "rm -r " + path + " and start the engine again.";
   struct stat status = {};
   if (lstat(path.c_str(), &status) != 0) {
+    if (errno == ENOTDIR) return Skipped("there is no such folder (folder)");
     if (errno != ENOENT) return Fault(path + ": " + ErrorText(errno), "See the check folder.");
     return Ok("there is none: no engine has written one, the plug-in starts one when it is wanted");
   }

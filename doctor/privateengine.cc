@@ -7,6 +7,7 @@
 
 #include "base/filestream.h"
 #include "base/timeutils.h"
+#include "doctor/checks.h"
 #include "doctor/files.h"
 #include "doctor/processes.h"
 #include "engineprocesses.h"
@@ -49,7 +50,7 @@ const CheckResult& PrivateEngine::Start() {
 
 CheckResult PrivateEngine::Launch() {
   if (!folder_.Make(setup_)) return Fault(folder_.error(), "Set TMPDIR to a folder with room.");
-  if (!MayAccess(setup_.engine_program, X_OK)) {
+  if (CheckInstallDir(setup_).status == CheckStatus::FAULT) {
     return Skipped("there is no engine to start (install-dir)");
   }
   const std::string error_path = folder_.path() + "engine-errors";
@@ -94,7 +95,7 @@ CheckResult PrivateEngine::DescribeRunning(int port, int ms) const {
   const bool found = std::any_of(engines.begin(), engines.end(), [&](int pid) {
     return std::find(descendants.begin(), descendants.end(), pid) != descendants.end();
   });
-  const std::string told = "an engine of its own wrote a port file after " + std::to_string(ms) +
+  const std::string told = "the doctor's engine wrote a port file after " + std::to_string(ms) +
                            " ms, port " + std::to_string(port);
   if (found) return Ok(told);
   const bool low_ids = std::all_of(descendants.begin(), descendants.end(),

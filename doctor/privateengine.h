@@ -21,6 +21,9 @@ class PrivateEngine {
   // until EndDescendants.
   const CheckResult& Start();
   bool runs() const { return runs_; }
+  // Whether its handshake was seen to fail, so that nobody waits for it again.
+  bool refuses() const { return refuses_; }
+  void set_refuses(bool refuses) { refuses_ = refuses; }
   std::string port_file() const { return folder_.port_file(); }
 
  private:
@@ -32,6 +35,7 @@ class PrivateEngine {
   PrivateFolder& folder_;
   std::optional<CheckResult> result_;
   bool runs_ = false;
+  bool refuses_ = false;
 };
 
 }  // namespace mpbp::doctor

@@ -44,7 +44,8 @@ bool PrivateFolder::Make(const Setup& setup) {
     error_ = "no temporary folder can be made in " + folder.folder() + ": " + ErrorText(errno);
     return false;
   }
-  path_ = path + "/";
+  std::error_code error;  // then it stays as it is
+  path_ = std::filesystem::absolute(path, error).string() + "/";
   for (const char* const name : kFolderVariables) setenv(name, path_.c_str(), 1);
   Pathname data;
   if (!Filesystem::GetAppDataFolder(&data, true) ||
