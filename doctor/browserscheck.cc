@@ -101,20 +101,25 @@ class BrowserCheck {
     for (const char* const folder : {browser_.user_folder, browser_.system_folder}) {
       const std::string path = PathOf(setup_, folder) + kNativeHostName + ".json";
       struct stat status = {};
-      if (lstat(path.c_str(), &status) == 0) return CheckManifest(path);
+      if (lstat(path.c_str(), &status) == 0) {
+        return CheckManifest(path, folder == browser_.user_folder);
+      }
     }
     Fault("has no manifest of the connector, and so does not find it",
           "mpbp-connector --register, or install the plug-in's package.");
   }
 
  private:
-  void CheckManifest(const std::string& path) {
+  void CheckManifest(const std::string& path, bool of_user) {
+    const std::string again =
+        of_user
+            ? "mpbp-connector --register writes the manifest anew."
+            : "Install the plug-in's package again, or mpbp-connector --register for you alone.";
     const auto manifest = ParseJson(ReadFileText(path, kMaxManifest));
-    const std::string again = "mpbp-connector --register writes it anew (move " + path +
-                              " away first when it is not of this plug-in).";
     if (!manifest || AsString(MemberOf(*manifest, "name")) != kNativeHostName ||
         AsString(MemberOf(*manifest, "type")) != "stdio") {
-      return Fault("has a manifest that is none of the connector: " + path, again);
+      return Fault("has a manifest that is none of the connector: " + path,
+                   "Move it away. " + again);
     }
     const std::string program = AsString(MemberOf(*manifest, "path")).value_or("");
     if (!program.starts_with('/') || !Filesystem::IsFile(program)) {
@@ -135,7 +140,7 @@ class BrowserCheck {
     if (!setup_.connector.empty() && RealPath(program) != RealPath(setup_.connector)) {
       return result_.AddWarning(std::string(browser_.name) + " starts another connector, " +
                                     program + ", than " + setup_.connector,
-                                "Leave it, or write the manifest with the right one: " + again);
+                                "If that is not wanted: " + setup_.connector + " --register");
     }
     result_.AddOk(std::string(browser_.name) + " finds " + program);
   }

@@ -108,7 +108,9 @@ CheckResult CheckConnector(const Setup& setup, PrivateFolder& folder) {
                  "Install the plug-in's package, or say --connector FILE.");
   }
   if (!MayAccess(path, X_OK)) {
-    return Fault(path + " may not be run: " + ErrorText(errno), "chmod a+x " + path);
+    const int error = errno;
+    return Fault(path + " may not be run: " + ErrorText(error),
+                 error == EACCES ? "chmod a+x " + path : std::string(kInstall));
   }
   if (!folder.Make(setup)) return Skipped(folder.error());
   const std::string version = ProgramVersion(path);

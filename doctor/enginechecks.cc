@@ -62,8 +62,7 @@ bool UsersEngineListens(const Setup& setup) {
     return false;
   }
   const auto listener = FindListener(port);
-  return listener && listener->user == geteuid() && !listener->name.empty() &&
-         std::string(kEngineName).starts_with(listener->name);
+  return listener && listener->user == geteuid() && IsEngineName(listener->name);
 }
 
 double MillisecondsSince(Clock::time_point start, Clock::time_point end) {

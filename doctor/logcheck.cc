@@ -69,8 +69,8 @@ void AddExistingLog(const std::string& path, const struct stat& status, const st
   }
   const LogCount count = Count(ReadFileText(path, kMaxLog));
   result->AddOk(path + ", " + level + ", last start " +
-                TimeText(status.st_mtime - count.last_stamp) + ", " + std::to_string(count.errors) +
-                " errors and " + std::to_string(count.warnings) + " warnings since");
+                TimeText(status.st_mtime - count.last_stamp) + ", errors since then: " +
+                std::to_string(count.errors) + ", warnings: " + std::to_string(count.warnings));
   if (count.errors > 0) {
     result->AddWarning("",
                        "Read the lines with Error( in it; docs/troubleshooting.md explains "

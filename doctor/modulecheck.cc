@@ -55,8 +55,10 @@ CheckResult Load(const std::string& path) {
   const auto status = WaitForEnd(child, deadline);
   if (!complaint.empty()) {
     return Fault(path + " cannot be loaded: " + complaint,
-                 "Install the library that it names; a module built on one Debian release does not "
-                 "load on another. Otherwise install the module again.");
+                 complaint.find("cannot open shared object file") != std::string::npos
+                     ? "Install the library that it names; a module built on one Debian release "
+                       "does not load on another."
+                     : "Install the plug-in's package again.");
   }
   if (!status || !WIFEXITED(*status)) {
     return Fault(path + " ends the process that loads it, or holds it up",

@@ -138,13 +138,17 @@ CheckResult CheckOptions(const Setup& setup) {
   OptionsFile file(path);
   int error = 0;
   FileStream stream;
+  if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+    return Fault(path + " is " + KindOf(status.st_mode) + " and no regular file; the defaults hold",
+                 "Move it away, and write the options into a file.");
+  }
   if (!stream.Open(path, "r", &error)) {
     return Fault(path + " cannot be read: " + ErrorText(error) + "; the defaults hold",
-                 "Make it a regular file that you may read.");
+                 "Make it a file that you may read.");
   }
   if (!file.Load()) {
     return Fault(path + " cannot be read to its end, some options may be missing",
-                 "It must be a regular file of less than 1 MiB.");
+                 "It must be shorter than 1 MiB.");
   }
   CheckResult result;
   LineReader reader(&result);

@@ -7,7 +7,6 @@
 #include "doctor/checks.h"
 #include "doctor/files.h"
 #include "doctor/processes.h"
-#include "engineprocesses.h"
 #include "portfileutils.h"
 
 namespace mpbp::doctor {
@@ -26,8 +25,9 @@ void AddListener(int port, const std::string& path, CheckResult* result) {
                               remove);
   }
   if (listener->user != geteuid()) {
-    return result->AddFault("on " + where + " listens a program of user id " +
-                                std::to_string(listener->user) + ": the file is stale",
+    return result->AddFault("a program of user id " + std::to_string(listener->user) +
+                                " listens on " + where +
+                                ": the file is left from an engine that is gone",
                             remove);
   }
   if (listener->pid == 0) {
@@ -35,9 +35,8 @@ void AddListener(int port, const std::string& path, CheckResult* result) {
                          ", where a process of yours listens that cannot be seen from here");
   }
   const std::string who = listener->name + " (process " + std::to_string(listener->pid) + ")";
-  // As IsEngineStat compares: the kernel keeps 15 characters.
-  if (!std::string(kEngineName).starts_with(listener->name)) {
-    return result->AddFault("on " + where + " listens " + who + ", which is no engine by its name",
+  if (!IsEngineName(listener->name)) {
+    return result->AddFault(who + " listens on " + where + ", and is no engine by its name",
                             "If it is another program: " + remove +
                                 ". If it is the engine: its process must be called "
                                 "MurmelParlPlugi, or a page's kill misses it.");

@@ -13,11 +13,13 @@
 
 #include "base/directoryiterator.h"
 #include "base/filestream.h"
+#include "engineprocesses.h"
 
 namespace mpbp::doctor {
 namespace {
 
 constexpr size_t kMaxProcFile = 4 << 20;
+constexpr size_t kNameLength = 15;   // TASK_COMM_LEN of Linux less its NUL
 constexpr char kListening[] = "0A";  // TCP_LISTEN of Linux
 
 std::vector<int> AllPids() {
@@ -127,6 +129,10 @@ std::vector<int> FindDescendants() {
   }
   found.erase(found.begin());
   return found;
+}
+
+bool IsEngineName(const std::string& name) {
+  return name == std::string_view(kEngineName).substr(0, kNameLength);
 }
 
 std::optional<Listener> FindListener(int port) {

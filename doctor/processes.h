@@ -34,6 +34,10 @@ struct Listener {
 
 std::optional<Listener> FindListener(int port);
 
+// Whether a process of this name counts as an engine: the kernel keeps 15 characters of its
+// program's name.
+bool IsEngineName(const std::string& name);
+
 }  // namespace mpbp::doctor
 
 #endif  // MPBP_DOCTOR_PROCESSES_H_

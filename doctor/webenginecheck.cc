@@ -44,7 +44,13 @@ bool HasProcess(const Setup& setup, const std::string& folder, int major) {
   return false;
 }
 
-void AddLibrary(const Setup& setup, const std::string& folder, int major, CheckResult* result) {
+struct Found {
+  bool fitting = false;
+  std::vector<std::string> too_new;
+};
+
+void AddLibrary(const Setup& setup, const std::string& folder, int major, Found* found,
+                CheckResult* result) {
   const std::string number = std::to_string(major);
   const std::string path = folder + "libQt" + number + "WebEngineCore.so." + number;
   char real[PATH_MAX];
@@ -61,9 +67,9 @@ void AddLibrary(const Setup& setup, const std::string& folder, int major, CheckR
     result->AddFault(name + " is without QtWebEngineProcess", "Install its package again.");
   } else if (version.major > kFirstWithout.major ||
              (version.major == kFirstWithout.major && version.minor >= kFirstWithout.minor)) {
-    result->AddWarning(name + " takes no modules any more",
-                       "Use Qt 5 or a Qt 6 before 6.8; or today's browsers with the extension.");
+    found->too_new.push_back(name);
   } else {
+    found->fitting = true;
     result->AddOk(name + " takes the module");
   }
 }
@@ -72,9 +78,19 @@ void AddLibrary(const Setup& setup, const std::string& folder, int major, CheckR
 
 CheckResult CheckWebEngine(const Setup& setup) {
   CheckResult result;
+  Found found;
   for (const int major : {5, 6}) {
     for (const std::string& folder : LibraryFolders(setup)) {
-      AddLibrary(setup, folder, major, &result);
+      AddLibrary(setup, folder, major, &found, &result);
+    }
+  }
+  for (const std::string& name : found.too_new) {
+    const std::string message = name + " takes no modules any more";
+    if (found.fitting) {
+      result.AddOk(message);
+    } else {
+      result.AddWarning(message,
+                        "Use Qt 5 or a Qt 6 before 6.8; or today's browsers with the extension.");
     }
   }
   if (result.message.empty()) return Skipped("no Qt WebEngine was found");
