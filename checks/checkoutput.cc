@@ -41,19 +41,23 @@ std::string Padded(std::string text, size_t width) {
 }  // namespace
 
 std::string Printable(std::string_view text) {
+  const std::string valid = ReplaceInvalidUtf8(text);
   std::string printable;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if ((byte < 0x20 && c != '\n') || byte == 0x7F) {
+  for (size_t i = 0; i < valid.size(); ++i) {
+    auto byte = static_cast<unsigned char>(valid[i]);
+    // U+0080 to U+009F in UTF-8: 0xC2, then the number.
+    const bool high = byte == 0xC2 && static_cast<unsigned char>(valid[i + 1]) < 0xA0;
+    if (high) byte = static_cast<unsigned char>(valid[++i]);
+    if (high || (byte < 0x20 && byte != '\n') || byte == 0x7F) {
       constexpr char kDigits[] = "0123456789abcdef";
       printable += "\\x";
       printable += kDigits[byte >> 4];
       printable += kDigits[byte & 15];
     } else {
-      printable += c;
+      printable += valid[i];
     }
   }
-  return ReplaceInvalidUtf8(printable);
+  return printable;
 }
 
 bool WantsColors() {

@@ -90,8 +90,11 @@ int RunAll(const CheckProgram& program, const CommandLine& line, const std::vect
   bool printed = true;
   for (const Check& check : checks) {
     if (!line.only.empty() && !line.only.contains(check.name)) continue;
-    if (program.interrupted && program.interrupted()) break;
     outcomes.push_back(RunCheck(check));
+    if (program.interrupted && program.interrupted()) {
+      fprintf(stderr, "%s: interrupted\n", program.name.c_str());
+      return kFaults;
+    }
     lines += OutcomeText(outcomes.back(), false);
     if (!line.json) printed = Print(OutcomeText(outcomes.back(), WantsColors())) && printed;
   }

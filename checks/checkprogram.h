@@ -29,7 +29,8 @@ struct CheckProgram {
   std::function<std::string(const CommandLine& line)> complaint;
   // The text for --report FILE, `lines` being what was printed. Null: these lines alone.
   std::function<std::string(const std::string& lines)> report;
-  // Asked before each check: whether the rest is to be left out. May be null.
+  // Asked after each check: whether it and the rest are to be left out, and so is the report; the
+  // exit status is kFaults then. May be null.
   std::function<bool()> interrupted;
 };
 

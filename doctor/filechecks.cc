@@ -43,7 +43,7 @@ CheckResult CheckFolder(const Setup& setup) {
   if (status.st_uid != user) {
     return Fault(path + " belongs to user id " + std::to_string(status.st_uid) + ", not to you (" +
                      std::to_string(user) + "): its mode cannot be set",
-                 "chown -R " + std::to_string(user) + " " + path);
+                 "As root: chown -R " + std::to_string(user) + " " + path);
   }
   if ((status.st_mode & 07777) != kFolderMode) {
     result.AddWarning(path + " has mode " + ModeText(status.st_mode) +

@@ -35,8 +35,17 @@ bool MatchesCorporateHost(const std::string& host) {
   return false;
 }
 
-CheckResult Refusal(const Setup& setup, const std::string& url) {
+// The address without what may be secret in it: user, password and query.
+std::string ShownUrl(const std::string& url) {
   const ParsedUrl parsed = ParseUrl(url);
+  if (parsed.host.empty()) return url.substr(0, url.find_first_of("?#"));
+  return (parsed.secure ? "https://" : "http://") + parsed.host +
+         parsed.path.substr(0, parsed.path.find('#'));
+}
+
+CheckResult Refusal(const Setup& setup, const std::string& whole_url) {
+  const ParsedUrl parsed = ParseUrl(whole_url);
+  const std::string url = ShownUrl(whole_url);
   if (parsed.host.empty()) {
     return Fault(url + " is not served: it is no http or https address with a host",
                  "Open the page from a web server.");
@@ -85,7 +94,7 @@ CheckResult CheckHosts(const Setup& setup, PrivateFolder& folder, const std::str
   }
   // The allow-list reads the options, and would make their folder.
   if (!folder.Make(setup)) return Skipped(folder.error());
-  return IsAllowedUrl(url) ? Ok(url + " is served") : Refusal(setup, url);
+  return IsAllowedUrl(url) ? Ok(ShownUrl(url) + " is served") : Refusal(setup, url);
 }
 
 CheckResult CheckProxy() {

@@ -60,7 +60,7 @@ class LineReader {
     const size_t separator = line.find('=');
     if (separator == std::string::npos) {
       const bool comment = line[0] == '#';
-      Add(CheckStatus::WARNING, "is refused, it has no \"=\": " + Shown(line),
+      Add(CheckStatus::WARNING, "is refused, it has no \"=\"",
           comment ? "There are no comments in this file; the line is harmless."
                   : "Write name=value, or take the line out.");
       return;

@@ -70,16 +70,18 @@ CheckResult CheckPortFile(const Setup& setup) {
   }
   int port = 0;
   std::string cookie;
+  std::string wrong;
   if (!ReadPortFile(path, &port, &cookie)) {
-    result.AddFault(path + " has " + std::to_string(status.st_size) +
-                        " bytes: it cannot be read, or is shorter than the 20 of port and cookie",
-                    remedy);
+    wrong = " has " + std::to_string(status.st_size) +
+            " bytes: it cannot be read, or is shorter than the 20 of port and cookie";
   } else if (port < 1 || port > kMaxPortNumber) {
-    result.AddFault(path + " names the port " + std::to_string(port) +
-                        ", out of range; the number is 32 bits in the machine's byte order",
-                    remedy);
-  } else {
+    wrong = " names the port " + std::to_string(port) +
+            ", out of range; the number is 32 bits in the machine's byte order";
+  }
+  if (wrong.empty()) {
     AddListener(port, path, &result);
+  } else {
+    result.AddFault(path + wrong, remedy);
   }
   return result;
 }
