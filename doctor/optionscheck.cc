@@ -17,8 +17,6 @@
 namespace mpbp::doctor {
 namespace {
 
-constexpr const char* kNames[] = {"install_dir", "pluginppapi_log_level", "pluginppapi_log_path",
-                                  "plugin_enable_corp_host"};
 constexpr size_t kMaxShown = 60;
 
 // How many letters must be changed, added or left out to make one of the other.
@@ -39,7 +37,7 @@ size_t Distance(std::string_view one, std::string_view other) {
 // The known name that is nearest to the unknown one.
 std::string Nearest(std::string_view name) {
   const std::string wanted = LowerCase(TrimWhitespace(name)).substr(0, kMaxShown);
-  return *std::min_element(std::begin(kNames), std::end(kNames),
+  return *std::min_element(std::begin(kOptionNames), std::end(kOptionNames),
                            [&wanted](const char* one, const char* other) {
                              return Distance(wanted, one) < Distance(wanted, other);
                            });
@@ -66,7 +64,8 @@ class LineReader {
       return;
     }
     const std::string name = line.substr(0, separator);
-    if (std::find(std::begin(kNames), std::end(kNames), name) == std::end(kNames)) {
+    if (std::find(std::begin(kOptionNames), std::end(kOptionNames), name) ==
+        std::end(kOptionNames)) {
       Add(CheckStatus::WARNING, "has the unknown name " + Shown(name),
           "Did you mean " + Nearest(name) + "? Names have no blanks around them.");
     } else if (!seen_.insert(name).second) {
@@ -85,40 +84,36 @@ class LineReader {
   std::set<std::string> seen_;
 };
 
+bool IsSwitch(const std::string& name) {
+  return name == "plugin_enable_corp_host" || name == "prompt_delivery";
+}
+
 bool IsQuotedOrBlank(const std::string& value) {
   return value != TrimWhitespace(value) || value.starts_with('"') || value.starts_with('\'');
 }
 
-void CheckValues(const Setup& setup, CheckResult* result) {
-  for (const char* const name : kNames) {
-    const std::string value = setup.Option(name);
-    if (value.ends_with('\r')) {
-      result->AddFault(std::string(name) + " ends with a carriage return, which counts",
-                       "Save the file with Unix line ends.");
-    } else if (IsQuotedOrBlank(value)) {
-      result->AddFault(std::string(name) +
-                           " has quotes or blanks around its value, which count: " + Shown(value),
-                       "Write the value as it is, right after the \"=\".");
-      return;
-    }
-  }
-  const std::string level = setup.Option("pluginppapi_log_level");
-  if (!level.empty() && LogMessage::SeverityFromName(level) > LS_ERROR) {
-    result->AddFault("pluginppapi_log_level is " + Shown(level) + ": the log stays empty",
+void CheckValue(const Setup& setup, const std::string& name, CheckResult* result) {
+  const std::string value = setup.Option(name);
+  int32_t number = 0;
+  if (value.empty()) return;
+  if (value.ends_with('\r')) {
+    result->AddFault(name + " ends with a carriage return, which counts",
+                     "Save the file with Unix line ends.");
+  } else if (IsQuotedOrBlank(value)) {
+    result->AddFault(name + " has quotes or blanks around its value, which count: " + Shown(value),
+                     "Write the value as it is, right after the \"=\".");
+  } else if (name == "pluginppapi_log_level" && LogMessage::SeverityFromName(value) > LS_ERROR) {
+    result->AddFault(name + " is " + Shown(value) + ": the log stays empty",
                      "LS_SENSITIVE, LS_VERBOSE, LS_INFO, LS_WARNING, LS_ERROR, or 0 to 4.");
-  }
-  int32_t corporate = 0;
-  const std::string text = setup.Option("plugin_enable_corp_host");
-  if (!text.empty() && !setup.options.GetIntValue("plugin_enable_corp_host", &corporate)) {
-    result->AddFault("plugin_enable_corp_host is " + Shown(text) +
-                         ", no number: pages of the corporate domains are not served",
-                     "1 serves them, 0 does not.");
+  } else if (IsSwitch(name) && !setup.options.GetIntValue(name, &number)) {
+    result->AddFault(name + " is " + Shown(value) + ", no number, and so counts as 0",
+                     "1 turns it on, 0 off.");
   }
 }
 
 std::string Summary(const Setup& setup) {
   std::string summary;
-  for (const char* const name : kNames) {
+  for (const char* const name : kOptionNames) {
     const std::string value = setup.Option(name);
     if (!value.empty()) summary += (summary.empty() ? "" : ", ") + std::string(name) + "=" + value;
   }
@@ -154,7 +149,7 @@ CheckResult CheckOptions(const Setup& setup) {
   LineReader reader(&result);
   std::istringstream lines(ReadFileText(path, OptionsFile::kMaxFileSize));
   for (std::string line; std::getline(lines, line);) reader.Read(line);
-  CheckValues(setup, &result);
+  for (const char* const name : kOptionNames) CheckValue(setup, name, &result);
   if (result.status == CheckStatus::SKIPPED) result.AddOk(Summary(setup));
   return result;
 }

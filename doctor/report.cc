@@ -58,8 +58,7 @@ std::string Versions(const Setup& setup) {
 // The values of known options; an unknown one may be a password that stands in the wrong file.
 std::string Options(const Setup& setup) {
   std::string text;
-  for (const char* const name : {"install_dir", "pluginppapi_log_level", "pluginppapi_log_path",
-                                 "plugin_enable_corp_host"}) {
+  for (const char* const name : kOptionNames) {
     const std::string value = setup.Option(name);
     if (!value.empty()) text += std::string(name) + "=" + value + "\n";
   }

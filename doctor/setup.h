@@ -14,6 +14,11 @@ inline constexpr char kLogName[] = "mpbppapiplugin.log";
 inline constexpr char kConnectorLogName[] = "mpbpconnector.log";
 inline constexpr char kOptionsName[] = "options";
 
+// All that the plug-in reads.
+inline constexpr const char* kOptionNames[] = {"install_dir", "pluginppapi_log_level",
+                                               "pluginppapi_log_path", "plugin_enable_corp_host",
+                                               "prompt_delivery"};
+
 // The folder that stands for "/" where system-wide things are looked for: browsers, their
 // manifests, Qt. For tests and for looking at another root; "/" by default.
 inline constexpr char kRootVariable[] = "MPBP_DOCTOR_ROOT";

@@ -216,7 +216,7 @@ BROKEN = {
                          {"options": "~line 3 sets"}),
     "level unknown": (options("pluginppapi_log_level=LS_DEBUG"), {"options": "stays empty"}),
     "value quoted": (options('pluginppapi_log_level="LS_INFO"'), {"options": "quotes"}),
-    "corporate option no number": (options("plugin_enable_corp_host=yes"), {"options": "no number"}),
+    "switch no number": (options("prompt_delivery=yes"), {"options": "counts as 0"}),
     "log is a folder": (lambda s: (s.data / "mpbppapiplugin.log").mkdir(), {"log": "is a folder"}),
     "log path relative": (options("pluginppapi_log_path=my.log"), {"log": "is relative"}),
     "log path with a tilde": (options("pluginppapi_log_path=~/my.log"), {"log": "tilde"}),
