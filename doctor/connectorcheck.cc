@@ -104,7 +104,7 @@ std::string ProgramVersion(const std::string& program) {
 CheckResult CheckConnector(const Setup& setup, PrivateFolder& folder) {
   const std::string& path = setup.connector;
   if (path.empty()) {
-    return Fault(std::string(kConnectorName) + " is neither beside this program nor installed",
+    return Fault(std::string(kConnectorName) + " is not beside this program",
                  "Install the plug-in's package, or say --connector FILE.");
   }
   if (!MayAccess(path, X_OK)) {

@@ -35,7 +35,7 @@ class Doctor {
     program.version = PluginVersion();
     program.about = kAbout;
     program.options = {{"--url", "URL", "says whether the page at URL would be served, and why"},
-                       {"--module", "FILE", "the module, where it is not found by itself"},
+                       {"--module", "FILE", "the module, where it is not beside this program"},
                        {"--connector", "FILE", "the connector, likewise"}};
     program.checks = [this](const CommandLine& line) { return Checks(line); };
     program.report = [this](const std::string& lines) { return MakeReport(setup_, names_, lines); };

@@ -98,7 +98,7 @@ std::string ModuleVersion(const std::string& module) {
 CheckResult CheckModule(const Setup& setup) {
   const std::string& path = setup.module;
   if (path.empty()) {
-    return Fault(std::string(kModuleName) + " is neither beside this program nor installed",
+    return Fault(std::string(kModuleName) + " is not beside this program",
                  "Install the plug-in's package, or say --module FILE.");
   }
   if (!MayAccess(path, R_OK)) {

@@ -96,10 +96,7 @@ void CheckValue(const Setup& setup, const std::string& name, CheckResult* result
   const std::string value = setup.Option(name);
   int32_t number = 0;
   if (value.empty()) return;
-  if (value.ends_with('\r')) {
-    result->AddFault(name + " ends with a carriage return, which counts",
-                     "Save the file with Unix line ends.");
-  } else if (IsQuotedOrBlank(value)) {
+  if (IsQuotedOrBlank(value)) {
     result->AddFault(name + " has quotes or blanks around its value, which count: " + Shown(value),
                      "Write the value as it is, right after the \"=\".");
   } else if (name == "pluginppapi_log_level" && LogMessage::SeverityFromName(value) > LS_ERROR) {

@@ -17,10 +17,6 @@ namespace {
 
 constexpr char kTimestamp[] = "%TIMESTAMP%";
 
-// From the folder of this program: the build's, and those of an installation.
-constexpr const char* kPlaces[] = {"", "../" MPBP_LIBDIR "/murmel-parl-plugin/",
-                                   "../lib/murmel-parl-plugin/", "../libexec/murmel-parl-plugin/"};
-
 std::string Environment(const char* name) {
   const char* const value = getenv(name);
   return value ? value : "";
@@ -28,20 +24,15 @@ std::string Environment(const char* name) {
 
 std::string WithSlash(const std::string& folder) { return Pathname(folder, "").folder(); }
 
-std::string OwnFolder() {
-  char path[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
-  if (length <= 0 || length == static_cast<ssize_t>(sizeof(path))) return {};
-  return Pathname(std::string_view(path, static_cast<size_t>(length))).folder();
-}
-
+// A file in the folder of this program, where the build and an installation put all of them; empty
+// when it is not there.
 std::string FindBeside(const char* name) {
-  for (const char* const place : kPlaces) {
-    const std::string path = OwnFolder() + place + name;
-    char real[PATH_MAX];
-    if (Filesystem::IsFile(path)) return realpath(path.c_str(), real) ? real : path;
-  }
-  return {};
+  char own[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", own, sizeof(own));
+  if (length <= 0 || length == static_cast<ssize_t>(sizeof(own))) return {};
+  Pathname path(std::string_view(own, static_cast<size_t>(length)));
+  path.SetFilename(name);
+  return Filesystem::IsFile(path.pathname()) ? path.pathname() : std::string();
 }
 
 // The newest file that the path names with any time in it; the path as of now when there is none.

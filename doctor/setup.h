@@ -39,8 +39,8 @@ struct Setup {
   std::string LogPath(const std::string& default_name) const;
 };
 
-// `module` and `connector` are paths, or empty to look for them beside this program and where they
-// are installed. Reads the environment as it is now.
+// `module` and `connector` are paths, or empty to look for them beside this program. Reads the
+// environment as it is now.
 Setup FindSetup(const std::string& module, const std::string& connector);
 
 }  // namespace mpbp::doctor
