@@ -164,9 +164,9 @@ CheckResult CheckEngines() {
     }
     ++count;
     zombies += process->state == 'Z' ? 1 : 0;
-    list += (list.empty() ? "" : ", ") + std::string("process ") + std::to_string(pid) +
-            (process->state == 'Z' ? ", ended and not reaped, started " : ", started ") +
-            DurationText(process->age_seconds) + " ago";
+    list += (list.empty() ? "" : ", ") + std::string("process ") + std::to_string(pid) + " (" +
+            (process->state == 'Z' ? "ended and not reaped, " : "") + "started " +
+            DurationText(process->age_seconds) + " ago)";
   }
   if (count == 0) return Ok("none runs");
   CheckResult result;

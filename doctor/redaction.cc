@@ -37,6 +37,10 @@ constexpr const char* kHarmless[] = {
     "The configuration folder cannot be made, path=",
 };
 
+// Words that a text or a cookie follows without any mark between.
+constexpr const char* kTextFollows[] = {"sending cookie ", "HttpResponse body.data ",
+                                        "MessageReceived ", "Ignoring operation for illegal "};
+
 bool IsDigit(char c) { return isdigit(static_cast<unsigned char>(c)) != 0; }
 
 // The length of "[012:345] "; 0 when the line does not begin so.
@@ -102,6 +106,13 @@ std::string RedactLogLine(std::string_view line) {
   const std::string_view text = line.substr(head);
   for (const char* const harmless : kHarmless) {
     if (text.starts_with(harmless)) return std::string(line);
+  }
+  for (const char* const words : kTextFollows) {
+    const size_t end = std::string_view(words).size();
+    const size_t begin = text.find_first_not_of(' ');
+    if (begin != std::string_view::npos && text.substr(begin).starts_with(words)) {
+      return std::string(line.substr(0, head + begin + end)) + kLeftOut;
+    }
   }
   // From the first mark on there may be anything.
   const size_t mark = text.find_first_of(":=\"'[{|");

@@ -426,7 +426,8 @@ class DoctorTest(unittest.TestCase):
         setup.write_options()
         setup.write_port_file(setup.listen())
         secret = ['C->F: ["login","hunter2"]', "F->C: hunter2 is no JSON", "F->C: first\nhunter2",
-                  f" sending cookie {COOKIE.decode()}", "Framing message failed. Message: hunter2",
+                  f" sending cookie {COOKIE.decode()}", " sending cookie hunter2", "MessageReceived hunter2",
+                  "HttpResponse body.data hunter2", "Framing message failed. Message: hunter2",
                   f"Bad cookie response received; ignored!0 | hunter2 | {COOKIE.decode()}",
                   "Malformed 'httprequest' from the engine: hunter2",
                   f"Unable to write to logfile:/home/{USER}/x", "Computer model: hunter2"]
