@@ -6,6 +6,7 @@
 
 #include <cctype>
 #include <cerrno>
+#include <csignal>
 
 #include "base/filestream.h"
 #include "base/stringutils.h"
@@ -53,6 +54,10 @@ CheckResult Load(const std::string& path) {
   const Deadline deadline(kLoadMs);
   const std::string complaint = ReadBytes(reading, 4096, deadline);
   const auto status = WaitForEnd(child, deadline);
+  if (!status) {
+    kill(child, SIGKILL);
+    WaitForEnd(child, Deadline(kLoadMs));
+  }
   if (!complaint.empty()) {
     return Fault(path + " cannot be loaded: " + complaint,
                  complaint.find("cannot open shared object file") != std::string::npos
@@ -62,7 +67,7 @@ CheckResult Load(const std::string& path) {
   }
   if (!status || !WIFEXITED(*status)) {
     return Fault(path + " ends the process that loads it, or holds it up",
-                 "Install the module again.");
+                 "Install the plug-in's package again.");
   }
   return {};
 }
