@@ -1,6 +1,7 @@
 // module: whether a browser could load it.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -106,8 +107,13 @@ CheckResult CheckModule(const Setup& setup) {
     return Fault(std::string(kModuleName) + " is not beside this program",
                  "Install the plug-in's package, or say --module FILE.");
   }
-  if (!MayAccess(path, R_OK)) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0 || !MayAccess(path, R_OK)) {
     return Fault(path + ": " + ErrorText(errno), "Install the plug-in's package again.");
+  }
+  if (!S_ISREG(status.st_mode)) {
+    return Fault(path + " is " + KindOf(status.st_mode) + " and no library",
+                 "Install the plug-in's package again.");
   }
   CheckResult result = Load(path);
   if (result.status == CheckStatus::FAULT) return result;

@@ -191,6 +191,7 @@ BROKEN = {
     "module missing": (with_args("--module", "/nowhere/m.so"), {"module": "No such file"}),
     "module no library": (lambda s: s.args.extend(["--module", write(s.top / "m.so", "text")]),
                           {"module": "cannot be loaded"}),
+    "module is a folder": (with_args("--module", "/tmp"), {"module": "is a folder and no library"}),
     "module without its library": (module((b"libjsoncpp.so.", b"libjsoncPP.so.")),
                                    {"module": "libjsoncPP.so"}),
     "module without an export": (module((b"PPP_ShutdownModule", b"PPP_shutdownModule")),
