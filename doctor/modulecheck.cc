@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <csignal>
@@ -74,29 +75,25 @@ CheckResult Load(const std::string& path) {
 }
 
 bool IsVersionText(const std::string& text) {
-  int numbers = 0;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (isdigit(static_cast<unsigned char>(text[i]))) {
-      if (i == 0 || !isdigit(static_cast<unsigned char>(text[i - 1]))) ++numbers;
-    } else if (text[i] != ',' && text[i] != ' ') {
-      return false;
-    }
-  }
-  return numbers == 4;
+  const auto is_digit = [](char c) { return isdigit(static_cast<unsigned char>(c)) != 0; };
+  return !text.empty() && is_digit(text.front()) && is_digit(text.back()) &&
+         std::count(text.begin(), text.end(), ',') == 3;
 }
 
 }  // namespace
 
 std::string ModuleVersion(const std::string& module) {
-  // It stands in the module as "5, 1, 7, 0", between NULs.
+  // It stands in the module as "5, 1, 7, 0", with no text before and a NUL behind.
   const std::string bytes = ReadFileText(module, kMaxModule);
+  constexpr char kCharacters[] = "0123456789, ";
   for (size_t comma = bytes.find(", "); comma != std::string::npos;
        comma = bytes.find(", ", comma + 1)) {
-    const size_t begin = bytes.rfind('\0', comma) + 1;
-    const size_t end = bytes.find('\0', comma);
-    if (end == std::string::npos || end - begin > 32) continue;
+    const size_t begin = bytes.find_last_not_of(kCharacters, comma) + 1;
+    const size_t end = std::min(bytes.find_first_not_of(kCharacters, comma), bytes.size());
+    const bool alone = begin > 0 && !isprint(static_cast<unsigned char>(bytes[begin - 1])) &&
+                       end < bytes.size() && bytes[end] == '\0';
     const std::string text = bytes.substr(begin, end - begin);
-    if (IsVersionText(text)) return ReplaceAll(ReplaceAll(text, " ", ""), ",", ".");
+    if (alone && IsVersionText(text)) return ReplaceAll(ReplaceAll(text, " ", ""), ",", ".");
   }
   return {};
 }
