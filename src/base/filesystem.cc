@@ -89,7 +89,7 @@ void Filesystem::SetApplicationName(std::string_view name) {
   TheNames().application = name;
 }
 
-bool Filesystem::GetAppDataFolder(Pathname* path, bool per_user) {
+bool Filesystem::FindAppDataFolder(Pathname* path, bool per_user) {
   Pathname folder;
   if (!per_user) {
     folder.SetFolder("/var/cache/");
@@ -99,6 +99,13 @@ bool Filesystem::GetAppDataFolder(Pathname* path, bool per_user) {
     return false;
   }
   folder.AppendFolder(AppDataLeaf());
+  *path = folder;
+  return true;
+}
+
+bool Filesystem::GetAppDataFolder(Pathname* path, bool per_user) {
+  Pathname folder;
+  if (!FindAppDataFolder(&folder, per_user)) return false;
   int error = 0;
   if (!CreateFolder(folder.folder(), 0700, &error)) {
     LOG_ERR_EX(LS_WARNING, error) << "The configuration folder cannot be made, path="

@@ -25,6 +25,8 @@ class Filesystem {
   // XDG_CONFIG_HOME, else in ".config" of the home folder (HOME, DOTDIR, the password database);
   // otherwise in "/var/cache/". A variable that is set to nothing counts as not set.
   [[nodiscard]] static bool GetAppDataFolder(Pathname* path, bool per_user);
+  // Where that is, whether or not it exists; nothing is made or changed.
+  [[nodiscard]] static bool FindAppDataFolder(Pathname* path, bool per_user);
   // TMPDIR, TMP or "/tmp", with the subfolder `append` unless it is empty. With `create` the result
   // says whether the folder is there now (created with mode 0700), else it is true.
   [[nodiscard]] static bool GetTemporaryFolder(Pathname* path, bool create,
