@@ -12,7 +12,7 @@ class Connection {
  public:
   virtual ~Connection() = default;
   // Sends one frame; what the system does not take is kept and sent later.
-  virtual void Send(std::string_view payload) = 0;
+  virtual void Send(const std::string& payload) = 0;
   // Ends the loop that serves the connection, soon after the call.
   virtual void Stop() = 0;
 };

@@ -20,8 +20,8 @@ class Link : public Connection, public SlotOwner {
     ThreadManager::Instance().UnwrapCurrentThread();
   }
 
-  void Send(std::string_view payload) override {
-    if (!connection_->Send(std::string(payload))) fprintf(stderr, "a text was refused\n");
+  void Send(const std::string& payload) override {
+    if (!connection_->Send(payload)) fprintf(stderr, "a text was refused\n");
   }
   void Stop() override { thread_->Quit(); }
 

@@ -17,7 +17,7 @@ class RawConnection : public Connection {
  public:
   RawConnection(UniqueFd fd, size_t read_size) : fd_(std::move(fd)), buffer_(read_size) {}
 
-  void Send(std::string_view payload) override {
+  void Send(const std::string& payload) override {
     AppendFrame(payload, output_);
     Flush();
   }

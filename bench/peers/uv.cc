@@ -27,7 +27,7 @@ class UvConnection : public Connection {
     uv_loop_close(&loop_);
   }
 
-  void Send(std::string_view payload) override {
+  void Send(const std::string& payload) override {
     std::string frame;
     AppendFrame(payload, frame);
     uv_buf_t bytes = uv_buf_init(frame.data(), static_cast<unsigned>(frame.size()));

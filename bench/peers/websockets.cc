@@ -23,7 +23,7 @@ class WebSocketConnection : public Connection {
   }
 
   // The library writes from inside its own event only.
-  void Send(std::string_view payload) override {
+  void Send(const std::string& payload) override {
     waiting_.push_back(std::string(LWS_PRE, '\0').append(payload));
     lws_callback_on_writable(connection_);
   }
