@@ -64,23 +64,21 @@ def measure_pages(counts):
     return times
 
 
-def draw(path, title, labels, lines, log_y):
+def draw(path, labels, axes, lines):
     """One SVG; `lines`: (name, [(x, y)]) each."""
     blocks = "".join(
         f"$line{i} << END\n" + "".join(f"{x} {y}\n" for x, y in points) + "END\n"
         for i, (_, points) in enumerate(lines))
     plots = ", ".join(f"$line{i} with linespoints pt 7 ps 0.5 lw 2 lc rgb '{COLOURS[i]}' title '{name}'"
                       for i, (name, _) in enumerate(lines))
-    axes = "set logscale xy\nset format '10^{%T}'" if log_y else "set logscale x\nset yrange [0:]"
-    script = f"""set terminal svg size 720,400 font 'sans-serif,13' background 'white'
+    script = f"""set terminal svg size 720,440 font 'sans-serif,13' background 'white'
 set output '{path}'
 set encoding utf8
-{blocks}set title '{title}'
-set xlabel '{labels[0]}'
+{blocks}set xlabel '{labels[0]}'
 set ylabel '{labels[1]}'
 {axes}
-set key left top
-set grid lc rgb '#dddddd'
+set key below vertical left reverse
+set grid lc rgb '#bbbbbb'
 plot {plots}
 """
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
@@ -89,20 +87,26 @@ plot {plots}
 def draw_texts(folder, texts):
     lines = []
     for prompt, by_size in texts.items():
-        suffix = f" with prompt delivery" if prompt else ""
-        lines.append((f"there and back{suffix}, by the clock",
+        suffix = ", with prompt delivery" if prompt else ""
+        lines.append(("there and back by the clock" + suffix,
                       [(size, it["echo_ms"]) for size, it in by_size.items()]))
     by_size = texts[max(texts)]
-    for name, what in (("processor for a send", "send_us"), ("for receiving", "receive_us")):
+    for name, what in (("the processor, for a send", "send_us"),
+                       ("the processor, for receiving", "receive_us")):
         lines.append((name, [(size, it[what] / 1000) for size, it in by_size.items() if what in it]))
-    draw(folder / "texts.svg", "A text of a page", ("bytes", "ms"), lines, True)
+    axes = """set logscale xy
+set xtics ('1 kB' 1e3, '10 kB' 1e4, '100 kB' 1e5, '1 MB' 1e6, '10 MB' 1e7, '100 MB' 1e8)
+set ytics format '%g'"""
+    draw(folder / "texts.svg", ("a text", "ms"), axes, lines)
 
 
 def draw_pages(folder, pages):
     lines = [(name, [(count, times[i]) for count, times in pages.items()])
              for i, name in enumerate(("opened at once, until all are ready",
                                        "from the end of their engine, until all are ready again"))]
-    draw(folder / "pages.svg", "Pages of one browser process", ("pages", "seconds"), lines, False)
+    ticks = ", ".join(map(str, pages))
+    axes = f"set logscale x\nset xrange [1:{max(pages)}]\nset yrange [0:]\nset xtics ({ticks})"
+    draw(folder / "pages.svg", ("pages of one browser process", "seconds"), axes, lines)
 
 
 def texts_table(by_size):
