@@ -64,6 +64,11 @@ def number(value):
     return f"{value:,.{digits}f}"
 
 
+def precise(value):
+    """The same for what is compared with an aim: two decimals for small numbers."""
+    return f"{value:.2f}" if 0.1 <= abs(value) < 10 else number(value)
+
+
 def cell(item):
     return f"{number(item['median'])} ±{100 * item['spread']:.0f} %" if item else "–"
 
@@ -79,16 +84,17 @@ def table(head, rows):
 
 
 def aims_table(aims):
-    """`aims`: (what, measured, "<=" or ">=", aim, unit) each; the table, and whether all are met."""
+    """`aims`: (what, median, best run, "<=" or ">=", aim, unit) each, without a best run where there is
+    no such thing (None); the table, and whether the medians meet all of them."""
     rows = []
     all_met = True
-    for what, measured, relation, aim, unit in aims:
-        met = measured <= aim if relation == "<=" else measured >= aim
+    for what, middle, best, relation, aim, unit in aims:
+        met = middle <= aim if relation == "<=" else middle >= aim
         all_met = all_met and met
         words = "at most" if relation == "<=" else "at least"
-        rows.append([what, f"{number(measured)} {unit}".strip(),
-                     f"{words} {aim:g} {unit}".strip(), "met" if met else "**missed**"])
-    return table(["aim", "measured", "is to be", ""], rows), all_met
+        shown = [precise(value) if value is not None else "–" for value in (middle, best)]
+        rows.append([what, unit, *shown, f"{words} {aim:g}", "met" if met else "**missed**"])
+    return table(["aim", "unit", "median", "best run", "is to be", ""], rows), all_met
 
 
 def write_section(name, text):

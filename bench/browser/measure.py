@@ -130,10 +130,16 @@ def aims(ways):
     if not prompt:
         return []
     link, socket = prompt["link"], prompt["socket"]
+
+    def best(name, way=link):
+        return min(way[name]["runs"])
+
     return [
-        ("echo of 64 B to the WebSocket", link["p50"]["median"] / socket["p50"]["median"], "<=", 2, ""),
-        ("echo of 64 B", link["p50"]["median"], "<=", 2, "ms"),
-        ("one per 100 ms, the slowest", link["calm99"]["median"], "<=", 2, "ms"),
+        ("echo of 64 B, to the WebSocket's", link["p50"]["median"] / socket["p50"]["median"],
+         best("p50") / best("p50", socket), "<=", 2, ""),
+        ("echo of 64 B", link["p50"]["median"], best("p50"), "<=", 2, "ms"),
+        ("about one per 100 ms, the slowest of ten", link["calm99"]["median"], best("calm99"), "<=", 2,
+         "ms"),
     ]
 
 

@@ -2,9 +2,19 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <numeric>
 
 namespace mpbp::bench {
+namespace {
+
+double CpuNs() {
+  timespec now{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
+}
+
+}  // namespace
 
 bool Times::OnAnswer() {
   const Clock::time_point now = Clock::now();
@@ -45,8 +55,16 @@ void Driver::SendWindow(Connection& connection) {
 }
 
 void Answerer::OnFrame(Connection& connection, std::string_view payload) {
+  if (first_ns_ > 0) ++frames_;
   if (!payload.starts_with('L')) return;
   connection.Send(std::string(payload.substr(0, kAnswerSize)));
+  last_ns_ = CpuNs();
+  if (first_ns_ == 0) first_ns_ = last_ns_;
+}
+
+void Answerer::Print() const {
+  const double frames = static_cast<double>(std::max<size_t>(1, frames_));
+  printf("{\"cpu_ns\": %.1f}\n", (last_ns_ - first_ns_) / frames);
 }
 
 }  // namespace mpbp::bench

@@ -69,6 +69,13 @@ class Answerer : public Events {
  public:
   void OnReady(Connection&) override {}
   void OnFrame(Connection& connection, std::string_view payload) override;
+  // One line of JSON: the ns of the processor that a frame took, from the first window on.
+  void Print() const;
+
+ private:
+  size_t frames_ = 0;  // after the first window
+  double first_ns_ = 0;
+  double last_ns_ = 0;
 };
 
 // The sending end on a blocking socket, with one write for each window: what it costs to receive

@@ -2,7 +2,9 @@
 // mpbp-peers drive KIND PORT-FILE SIZE WINDOW OUTSTANDING WINDOWS
 // mpbp-peers batch KIND PORT-FILE SIZE WINDOW OUTSTANDING WINDOWS
 // One end of a connection that is measured; see load.h. "batch" sends to an end of that kind, each
-// window in one write. The sending ends print a line of JSON.
+// window in one write. Each end prints a line of JSON when it is done.
+#include <signal.h>
+
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -27,7 +29,9 @@ bool Run(const std::string& role, const Kind& kind, const std::string& port_file
          const mpbp::bench::Load& load) {
   if (role == "serve") {
     mpbp::bench::Answerer answerer;
-    return kind.serve(port_file, answerer);
+    const bool served = kind.serve(port_file, answerer);
+    answerer.Print();
+    return served;
   }
   if (role == "batch") return DriveBatched(std::string(kind.name), port_file, load);
   mpbp::bench::Driver driver(load);
@@ -39,6 +43,7 @@ bool Run(const std::string& role, const Kind& kind, const std::string& port_file
 }  // namespace
 
 int main(int argc, char** argv) {
+  signal(SIGPIPE, SIG_IGN);  // the sending end leaves when it has seen enough
   const std::string role = argc > 1 ? argv[1] : "";
   const bool serves = role == "serve";
   if ((serves && argc == 4) || ((role == "drive" || role == "batch") && argc == 8)) {
