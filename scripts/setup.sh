@@ -10,7 +10,7 @@ check_packages=(clang clang-format clang-tidy binutils git)
 browser_packages=(qtwebengine5-dev libqt5webenginewidgets5 xvfb xauth libgl1-mesa-dri
                   fonts-dejavu-core python3)
 browsers_packages=(chromium firefox-esr imagemagick libnss3-tools node-typescript openssl python3)
-bench_packages=(libwebsockets-dev)
+bench_packages=(libwebsockets-dev libuv1-dev libbenchmark-dev gnuplot-nox)
 picture_packages=(xvfb xauth imagemagick fonts-dejavu-core)
 fuzz_packages=(clang libclang-rt-dev)
 # Debian 12 has a second engine that takes modules; that of Debian 13 does no more.
@@ -95,16 +95,17 @@ install_failed() {
   give_up "apt-get failed: $what" "$remedy"
 }
 
-# build PRESET: configures and builds what the preset of that name in CMakePresets.json says.
+# build PRESET [TARGET...]: configures and builds what the preset of that name in CMakePresets.json
+# says, or those targets of it alone.
 build() {
-  local began=$SECONDS log
+  local began=$SECONDS log targets=("${@:2}")
   log=$(mktemp)
   say "Configuring, preset $1"
   (cd "$top" && cmake --preset "$1") 2>&1 | follow "$log" ||
     configure_failed "$1" "$log"
   say "Building, preset $1; the first time takes minutes"
-  (cd "$top" && cmake --build --preset "$1") 2>&1 | follow "$log" ||
-    build_failed "$1" "$log"
+  (cd "$top" && cmake --build --preset "$1" ${targets[0]:+--target "${targets[@]}"}) 2>&1 |
+    follow "$log" || build_failed "$1" "$log"
   rm -f "$log"
   say "Built, $((SECONDS - began)) s"
 }

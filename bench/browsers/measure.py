@@ -55,7 +55,7 @@ class Bench(harness.BrowserTestCase):
 
 
 def main():
-    server.FOLDERS = (HERE, *server.FOLDERS)
+    server.FOLDERS = (HERE, HERE.parent, *server.FOLDERS)
     server.Handler.isolated = ("/bench.html", "/bench.js")
     harness.EXTENSIONS.append(HERE / "extension")
     socket = subprocess.Popen([harness.BUILD / "bench/mpbp-ws-echo"], stdin=subprocess.PIPE,
