@@ -90,7 +90,7 @@ std::optional<std::string> EngineLink::ReadCookieResponse(const Deadline& deadli
 }
 
 std::string EngineLink::WhatHappened() const {
-  return closed_ ? "it closed the connection" : "nothing came";
+  return closed_ ? "it closed the connection" : "nothing came in time";
 }
 
 bool EngineLink::Serve(bool writing, const Deadline& deadline) {

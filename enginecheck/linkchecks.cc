@@ -50,8 +50,15 @@ CheckResult CheckLoopback(Trial& trial) {
 CheckResult CheckCookie(Trial& trial) {
   CheckResult blocked;
   const Deadline deadline(kCookieMs);
-  if (!trial.Authorize(&blocked)) return blocked;
-  return Ok("answered after " + std::to_string(deadline.Elapsed()) + " ms");
+  std::optional<EngineLink> link = trial.Authorize(&blocked);
+  if (!link) return blocked;
+  const int elapsed = deadline.Elapsed();
+  const std::string& cookie = trial.start().address.cookie;
+  static_cast<void>(link->Write(FrameBytes(MSG_COOKIE, cookie), Deadline(kAnswerMs)));
+  const std::string problem = AwaitCookie(*link, cookie);
+  if (problem.empty()) return Ok("answered after " + std::to_string(elapsed) + " ms");
+  return trial.Blocked("cookie", "When the cookie was sent a second time: " + problem,
+                       "Leave an authorized connection open, and answer each cookie.");
 }
 
 CheckResult CheckWrongCookie(Trial& trial) {

@@ -83,7 +83,10 @@ CheckResult CheckDetached(Trial& trial) {
   }
   if (!trial.Authorize(&blocked)) return blocked;
   engine->Signal(SIGHUP);
-  if (!trial.StillServes()) return Fault("SIGHUP ended the engine", "Ignore it.");
+  if (!trial.StillServes()) {
+    engine->Kill();
+    return Fault("SIGHUP ended the engine", "Ignore it.");
+  }
   return Ok("a session of its own, no stream of others, and SIGHUP is ignored");
 }
 

@@ -75,6 +75,8 @@ class Trial {
  private:
   // Where a port file lies already, with an engine that is gone.
   [[nodiscard]] bool LeaveOldPortFile();
+  // Whether that check was Blocked; *blocked is then a skipped one.
+  bool Needs(const std::string& check, CheckResult* blocked) const;
   void ReadAddress(Start* start) const;
   // Sends the right cookie and reads the answer. False when that is wrong.
   [[nodiscard]] bool Handshake(EngineLink& link, std::string* problem) const;
