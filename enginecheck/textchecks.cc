@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <string_view>
 
+#include "base/stringutils.h"
 #include "enginecheck/enginechecks.h"
 #include "jsontext.h"
 #include "messagesocket.h"
@@ -20,40 +22,46 @@ constexpr std::array<std::string_view, 3> kWordsInFront = {
 // Stands in each text of a page that is tried, to tell what comes back from what is the engine's.
 constexpr char kMark[] = "from-the-page";
 
+// What a page may try: "@" is one of the words, "%" the same word with an escape in it, "#" a word
+// by which the engine gives texts back.
+constexpr const char* kTextsWithWord[] = {
+    R"(["@",1,{"host":"127.0.0.1","path":"/from-the-page","port":1,"proto":"http","verb":"GET"},"",""])",
+    R"(from-the-page is no JSON "@")",
+};
+constexpr const char* kTextsToEngine[] = {
+    R"(["#","@","from-the-page"])", R"(["#",{"@":"from-the-page"},"from-the-page"])",
+    R"(["#","%","from-the-page"])", R"(["#","@"]from-the-page)",
+    R"(["#","from-the-page\"@"])",  // a single string, for engines that take no more
+};
+constexpr const char* kTextsWithWordInFront[] = {
+    R"(["@","from-the-page",0,1])",
+    R"(["%","from-the-page",0,1])",
+    "\xEF\xBB\xBF/* */ [\"@\",\"from-the-page\",0,1,] more",
+};
+
 constexpr size_t kLargeText = 10'000'000;
 constexpr size_t kShownText = 120;
 constexpr int kSettleMs = 300;
 
-std::string Escaped(std::string_view word) {
-  return std::string(1, word[0]) + "\\u00" + (word[1] == 'w' ? "77" : "74") +
-         std::string(word.substr(2));
+// The text with the words in their places.
+std::string Fill(const char* text, std::string_view found, std::string_view own) {
+  char escaped[] = "\\u0000";
+  snprintf(escaped, sizeof(escaped), "\\u%04x", static_cast<unsigned>(found[1]));
+  std::string with_escape(found);
+  with_escape.replace(1, 1, escaped);
+  return ReplaceAll(ReplaceAll(ReplaceAll(text, "@", found), "%", with_escape), "#", own);
 }
 
 std::vector<std::string> HostileTexts(const std::vector<std::string>& words) {
-  const std::string mark = kMark;
-  const std::string rest = ",\"" + mark + "\"]";
   std::vector<std::string> texts;
   for (const std::string_view found : kWordsAnywhere) {
-    const std::string quoted = '"' + std::string(found) + '"';
-    texts.push_back('[' + quoted + R"(,1,{"host":"127.0.0.1","path":"/)" + mark +
-                    R"(","port":1,"proto":"http","verb":"GET"},"",""])");
-    texts.push_back(mark + " is no JSON " + quoted);
+    for (const char* text : kTextsWithWord) texts.push_back(Fill(text, found, ""));
     for (const std::string& word : words) {
-      const std::string front = "[\"" + word + "\",";
-      texts.push_back(front + quoted + rest);
-      texts.push_back(front + "{" + quoted + ":\"" + mark + "\"}" + rest);
-      texts.push_back(front + '"' + Escaped(found) + '"' + rest);
-      texts.push_back(front + quoted + ']' + mark);
-      // A text alone, for engines that take no more.
-      texts.push_back(front + "\"" + mark + "\\\"" + std::string(found) + "\"]");
+      for (const char* text : kTextsToEngine) texts.push_back(Fill(text, found, word));
     }
   }
   for (const std::string_view taken : kWordsInFront) {
-    const std::string name(taken);
-    texts.push_back("[\"" + name + "\",\"" + mark + "\",0,1]");
-    texts.push_back("[\"" + name.substr(0, 4) + "\\u002d" + name.substr(5) + "\",\"" + mark +
-                    "\",0,1]");
-    texts.push_back("\xEF\xBB\xBF/* */ [\"" + name + "\",\"" + mark + "\",0,1,] more");
+    for (const char* text : kTextsWithWordInFront) texts.push_back(Fill(text, taken, ""));
   }
   return texts;
 }
