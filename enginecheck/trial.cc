@@ -55,9 +55,10 @@ Trial::~Trial() {
   EndAllChildren();
 }
 
-CheckResult Trial::Blocked(const std::string& what, const std::string& message,
+CheckResult Trial::Blocked(const std::string& check, const std::string& message,
                            const std::string& remedy) {
-  return blocked_.insert(what).second ? Fault(message, remedy) : Skipped(message);
+  if (blocked_.insert(check).second) return Fault(message, remedy);
+  return Skipped("it needs what " + check + " looks at");
 }
 
 bool Trial::Needs(const std::string& check, CheckResult* blocked) const {

@@ -59,8 +59,9 @@ class Trial {
   // SIGTERM to the engine that runs, which has ended then.
   [[nodiscard]] bool Terminate(CheckResult* blocked);
 
-  // A fault the first time that something keeps a check from being made, "skipped" later on.
-  CheckResult Blocked(const std::string& what, const std::string& message,
+  // What `check` looks at is not so, which others need: a fault the first time, whichever of them
+  // finds it, and a skipped check from then on.
+  CheckResult Blocked(const std::string& check, const std::string& message,
                       const std::string& remedy);
 
   // Waits for a port file other than `before`. False when none comes. Then the engine is the one
