@@ -15,8 +15,9 @@ namespace mpbp::enginecheck {
 namespace {
 
 constexpr int kConnectMs = 5000;
-// What an engine may send without a whole frame in it; a longer one is no answer to anything.
+// What is kept of an engine that sends on and on; its connection counts as closed then.
 constexpr size_t kMostInput = size_t{256} << 20;
+constexpr size_t kMostTexts = 10'000;
 
 // 0 or an errno value.
 int FinishConnect(int fd) {
@@ -77,6 +78,7 @@ std::optional<Frame> EngineLink::Read(const Deadline& deadline) {
   }
   Frame frame = std::move(frames_.front());
   frames_.pop_front();
+  frames_size_ -= frame.second.size();
   return frame;
 }
 
@@ -84,7 +86,9 @@ std::optional<std::string> EngineLink::ReadCookieResponse(const Deadline& deadli
                                                           std::vector<std::string>* texts) {
   while (std::optional<Frame> frame = Read(deadline)) {
     if (frame->first == MSG_COOKIE_RESPONSE) return std::move(frame->second);
-    if (frame->first == MSG_DATA && texts) texts->push_back(std::move(frame->second));
+    if (frame->first != MSG_DATA || !texts) continue;
+    if (texts->size() == kMostTexts) break;
+    texts->push_back(std::move(frame->second));
   }
   return std::nullopt;
 }
@@ -105,12 +109,15 @@ void EngineLink::ReadBytes() {
   char bytes[65536];
   const ssize_t count = recv(fd_.get(), bytes, sizeof(bytes), 0);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  closed_ = count <= 0 || input_.Length() > kMostInput;
+  closed_ = count <= 0 || input_.Length() + frames_size_ > kMostInput;
   if (closed_) return;
   input_.WriteBytes({bytes, static_cast<size_t>(count)});
   FrameList frames;
   ReadFrames(input_, frames);
-  for (auto& frame : frames) frames_.push_back(std::move(frame));
+  for (auto& frame : frames) {
+    frames_size_ += frame.second.size();
+    frames_.push_back(std::move(frame));
+  }
 }
 
 }  // namespace mpbp::enginecheck

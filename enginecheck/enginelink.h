@@ -38,7 +38,7 @@ class EngineLink {
   // The next frame; nothing when there is none by then, or the engine closed the connection.
   std::optional<Frame> Read(const Deadline& deadline);
   // Reads up to the next cookie response and gives its payload. The texts before it go to *texts,
-  // which may be null.
+  // which may be null; too many of them are as good as no response.
   std::optional<std::string> ReadCookieResponse(const Deadline& deadline,
                                                 std::vector<std::string>* texts);
   // Whether the engine has closed the connection, as far as was read.
@@ -55,6 +55,7 @@ class EngineLink {
   UniqueFd fd_;
   ByteBuffer input_;
   std::deque<Frame> frames_;
+  size_t frames_size_ = 0;  // of their payloads
   bool closed_ = false;
 };
 

@@ -159,12 +159,14 @@ std::unique_ptr<EngineProcess> EngineProcess::Start(const std::string& program,
   pid_t pid = 0;
   *error = Spawn(program, EnvironmentWith(tagged), its_end.get(), &pid);
   if (*error != 0) return nullptr;
+  WaitStatuses().erase(pid);  // of an earlier one with this number
   return std::unique_ptr<EngineProcess>(new EngineProcess(pid, tag, std::move(own_end)));
 }
 
 EngineProcess::~EngineProcess() { Kill(); }
 
 bool EngineProcess::Ended() {
+  ReadStreams();  // whoever waits for it keeps it from waiting for room in them
   Reap();
   return WaitStatuses().contains(pid_) && Processes().empty();
 }

@@ -114,7 +114,7 @@ class Engine:
 
 
 def take_lock(path):
-    """The system lets go of it when the process ends, after the port file is gone. The file stays."""
+    """Held until the process ends, which is after the port file is gone. The file stays."""
     lock = os.open(path, os.O_RDWR | os.O_CREAT, 0o600)  # close-on-exec, as all of Python's
     for _ in range(200):  # ten seconds
         with contextlib.suppress(BlockingIOError):

@@ -1,4 +1,4 @@
-"""The engine check: what it says of the engines of this tree, and of the example when it is spoiled."""
+"""The engine check: what it says of this tree's engines, and of the example when it is spoiled."""
 import concurrent.futures
 import json
 import os
@@ -6,7 +6,6 @@ import pathlib
 import signal
 import subprocess
 import tempfile
-import time
 import unittest
 
 BUILD = pathlib.Path(os.environ["MPBP_BUILD_DIR"])
@@ -88,7 +87,8 @@ class EngineCheckTest(unittest.TestCase):
         """The exit status, and what each check said, by its name."""
         result = subprocess.run([PROGRAM, "--json", *map(str, arguments)], stdout=subprocess.PIPE,
                                 env=dict(self.environment, **variables))
-        return result.returncode, {each["name"]: each for each in json.loads(result.stdout)["checks"]}
+        checks = json.loads(result.stdout)["checks"]
+        return result.returncode, {each["name"]: each for each in checks}
 
     def faults(self, *arguments, **variables):
         status, checks = self.check(*arguments, **variables)
@@ -107,7 +107,8 @@ class EngineCheckTest(unittest.TestCase):
     def test_the_engines_of_this_tree_have_no_fault(self):
         for program in (STANDIN, EXAMPLE):
             status, checks = self.check("--words", "echo,say", program)
-            self.assertEqual((0, {"ok"}), (status, {each["status"] for each in checks.values()}))
+            self.assertEqual((0, []), (status, [each for each in checks.values()
+                                                if each["status"] != "ok"]))
             self.assertIn("came back, none", checks["page-texts"]["message"])
 
     def test_each_spoiled_engine_is_found_by_exactly_the_right_check(self):
