@@ -93,10 +93,6 @@ std::optional<std::string> EngineLink::ReadCookieResponse(const Deadline& deadli
   return std::nullopt;
 }
 
-std::string EngineLink::WhatHappened() const {
-  return closed_ ? "it closed the connection" : "nothing came in time";
-}
-
 bool EngineLink::Serve(bool writing, const Deadline& deadline) {
   pollfd ready{fd_.get(), static_cast<int16_t>(writing ? POLLIN | POLLOUT : POLLIN), 0};
   const int left = deadline.Left();

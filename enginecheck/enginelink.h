@@ -43,8 +43,6 @@ class EngineLink {
                                                 std::vector<std::string>* texts);
   // Whether the engine has closed the connection, as far as was read.
   bool closed() const { return closed_; }
-  // "it closed the connection", or "nothing came in time".
-  std::string WhatHappened() const;
 
  private:
   explicit EngineLink(UniqueFd fd) : fd_(std::move(fd)) {}

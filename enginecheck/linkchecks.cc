@@ -28,10 +28,10 @@ std::string WrongCookie(const std::string& cookie) {
 }
 
 // What an engine that reads on answers to a further cookie. "" when it does; else what happened.
-std::string AwaitCookie(EngineLink& link, const std::string& cookie) {
+std::string AwaitCookie(Trial& trial, EngineLink& link) {
   const std::optional<std::string> response = link.ReadCookieResponse(Deadline(kAnswerMs), nullptr);
-  if (response == cookie) return "";
-  return response ? "the answer to the cookie was another one" : link.WhatHappened();
+  if (response == trial.start().address.cookie) return "";
+  return response ? "the answer to the cookie was another one" : trial.WhatHappened(link);
 }
 
 }  // namespace
@@ -55,7 +55,7 @@ CheckResult CheckCookie(Trial& trial) {
   const int elapsed = deadline.Elapsed();
   const std::string& cookie = trial.start().address.cookie;
   static_cast<void>(link->Write(FrameBytes(MSG_COOKIE, cookie), Deadline(kAnswerMs)));
-  const std::string problem = AwaitCookie(*link, cookie);
+  const std::string problem = AwaitCookie(trial, *link);
   if (problem.empty()) return Ok("answered after " + std::to_string(elapsed) + " ms");
   return trial.Blocked("cookie", "When the cookie was sent a second time: " + problem,
                        "Leave an authorized connection open, and answer each cookie.");
@@ -73,7 +73,8 @@ CheckResult CheckWrongCookie(Trial& trial) {
        {WrongCookie(cookie), std::string(), cookie.substr(0, 8), cookie + "0"}) {
     static_cast<void>(link->Write(FrameBytes(MSG_COOKIE, wrong), deadline));
     const auto response = link->ReadCookieResponse(deadline, &texts);
-    if (!response) return Fault("After a wrong cookie: " + link->WhatHappened(), kCookieRemedy);
+    if (!response)
+      return Fault("After a wrong cookie: " + trial.WhatHappened(*link), kCookieRemedy);
     if (!response->empty()) return Fault("A wrong cookie was accepted", kCookieRemedy);
   }
   const std::string early = FrameBytes(MSG_HOST_DESCRIPTION, kHost) +
@@ -81,7 +82,7 @@ CheckResult CheckWrongCookie(Trial& trial) {
   static_cast<void>(link->Write(early + FrameBytes(MSG_COOKIE, cookie), deadline));
   const auto response = link->ReadCookieResponse(deadline, &texts);
   if (response != cookie) {
-    return Fault("A right cookie after wrong ones and early texts: " + link->WhatHappened(),
+    return Fault("A right cookie after wrong ones and early texts: " + trial.WhatHappened(*link),
                  "Answer a wrong cookie with an empty response, drop what comes before the right "
                  "one, and leave the connection open.");
   }
@@ -101,7 +102,7 @@ CheckResult CheckSplitFrames(Trial& trial) {
     static_cast<void>(link->Write({&byte, 1}, deadline));
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
-  const std::string problem = AwaitCookie(*link, cookie);
+  const std::string problem = AwaitCookie(trial, *link);
   if (problem.empty()) return Ok("two frames, a byte at a time");
   return trial.Blocked("split-frames", "After two frames that came a byte at a time: " + problem,
                        kFramesRemedy);
@@ -121,10 +122,11 @@ CheckResult CheckJoinedFrames(Trial& trial) {
   for (const std::string& expected : {cookie, std::string(), cookie}) {
     const auto response = link->ReadCookieResponse(deadline, nullptr);
     if (response == expected) continue;
-    return trial.Blocked("joined-frames",
-                         "After 104 frames that were sent at once: " +
-                             (response ? "the wrong answer to a cookie" : link->WhatHappened()),
-                         kFramesRemedy);
+    return trial.Blocked(
+        "joined-frames",
+        "After 104 frames that were sent at once: " +
+            (response ? "the wrong answer to a cookie" : trial.WhatHappened(*link)),
+        kFramesRemedy);
   }
   return Ok("104 frames at once");
 }
@@ -138,7 +140,7 @@ CheckResult CheckUnknownTypes(Trial& trial) {
     const std::string bytes = FrameBytes(type, "") + FrameBytes(type, "of an unknown type") +
                               FrameBytes(MSG_COOKIE, cookie);
     static_cast<void>(link->Write(bytes, Deadline(kAnswerMs)));
-    const std::string problem = AwaitCookie(*link, cookie);
+    const std::string problem = AwaitCookie(trial, *link);
     if (problem.empty()) continue;
     return Fault("After a frame of type " + std::to_string(type) + ": " + problem,
                  "Drop frames of types that the engine does not know, and read on.");
@@ -165,13 +167,13 @@ CheckResult CheckClients(Trial& trial) {
     return Fault("With " + std::to_string(kClients) +
                      " connections open, one had no answer to its "
                      "cookie: " +
-                     link->WhatHappened(),
+                     trial.WhatHappened(*link),
                  remedy);
   }
   EngineLink last = std::move(links.back());
   links.clear();
   static_cast<void>(last.Write(FrameBytes(MSG_COOKIE, cookie), deadline));
-  const std::string problem = AwaitCookie(last, cookie);
+  const std::string problem = AwaitCookie(trial, last);
   if (problem.empty()) return Ok(std::to_string(kClients) + " connections at a time");
   return Fault("When others closed their connections, one that stayed had no answer: " + problem,
                remedy);

@@ -89,7 +89,7 @@ CheckResult CheckQw(Trial& trial) {
     if (frame->first != MSG_DATA || frame->second.find("\"qw\"") == std::string::npos) continue;
     return Ok("after " + std::to_string(deadline.Elapsed()) + " ms");
   }
-  return Fault("No text with \"qw\" came after the cookie: " + link->WhatHappened(),
+  return Fault("No text with \"qw\" came after the cookie: " + trial.WhatHappened(*link),
                "Send one, such as [\"qw\",{}], as soon as a connection is authorized. Without it "
                "the plug-in does not start the engine again when it dies.");
 }
@@ -110,7 +110,7 @@ CheckResult CheckPageTexts(Trial& trial) {
   for (EngineLink* each : {&*link, &*other}) {
     static_cast<void>(each->Write(FrameBytes(MSG_COOKIE, cookie), deadline));
     if (!each->ReadCookieResponse(deadline, &answers)) {
-      return Fault("After texts of a page that are no requests: " + each->WhatHappened(),
+      return Fault("After texts of a page that are no requests: " + trial.WhatHappened(*each),
                    "Drop what the engine does not understand, and read on.");
     }
   }
@@ -147,7 +147,7 @@ CheckResult CheckLargeText(Trial& trial) {
     return Ok("10,000,000 bytes, and what came after them, in " +
               std::to_string(deadline.Elapsed()) + " ms");
   }
-  return Fault("After a text of 10,000,000 bytes: " + link->WhatHappened(),
+  return Fault("After a text of 10,000,000 bytes: " + trial.WhatHappened(*link),
                "A page may send texts of up to 256 MiB. Read frames of any length.");
 }
 

@@ -183,15 +183,21 @@ std::optional<EngineLink> Trial::AuthorizeForFrames(CheckResult* blocked) {
   return Authorize(blocked);
 }
 
-bool Trial::Handshake(EngineLink& link, std::string* problem) const {
+bool Trial::Handshake(EngineLink& link, std::string* problem) {
   const Deadline deadline(kCookieMs);
   const std::string& cookie = start().address.cookie;
   static_cast<void>(link.Write(FrameBytes(MSG_COOKIE, cookie), deadline));  // no answer then
   const std::optional<std::string> response = link.ReadCookieResponse(deadline, nullptr);
   if (response == cookie) return true;
   *problem = response ? "The cookie of the port file was not answered with the same"
-                      : "The cookie was not answered: " + link.WhatHappened();
+                      : "The cookie was not answered: " + WhatHappened(link);
   return false;
+}
+
+std::string Trial::WhatHappened(const EngineLink& link) {
+  if (!link.closed()) return "nothing came in time";
+  if (!engine_ || !engine_->WaitForEnd(Deadline(kDyingMs))) return "it closed the connection";
+  return "the engine ended " + engine_->HowItEnded();
 }
 
 bool Trial::StillServes() {

@@ -52,6 +52,8 @@ class Trial {
   std::optional<EngineLink> Authorize(CheckResult* blocked);
   // The same, for checks that send many frames at once: none when those are known to get lost.
   std::optional<EngineLink> AuthorizeForFrames(CheckResult* blocked);
+  // Why nothing more came on a connection to it.
+  std::string WhatHappened(const EngineLink& link);
   // Whether the engine that was started last answers. None is started.
   bool StillServes();
   // A further engine, of which nothing is waited for.
@@ -80,7 +82,7 @@ class Trial {
   bool Needs(const std::string& check, CheckResult* blocked) const;
   void ReadAddress(Start* start) const;
   // Sends the right cookie and reads the answer. False when that is wrong.
-  [[nodiscard]] bool Handshake(EngineLink& link, std::string* problem) const;
+  [[nodiscard]] bool Handshake(EngineLink& link, std::string* problem);
 
   const std::string program_;
   const std::vector<std::string> words_;
