@@ -105,11 +105,11 @@ void EngineLink::ReadBytes() {
   char bytes[65536];
   const ssize_t count = recv(fd_.get(), bytes, sizeof(bytes), 0);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  closed_ = count <= 0 || input_.Length() + frames_size_ > kMostInput;
+  closed_ = count <= 0 || input_->Length() + frames_size_ > kMostInput;
   if (closed_) return;
-  input_.WriteBytes({bytes, static_cast<size_t>(count)});
+  input_->WriteBytes({bytes, static_cast<size_t>(count)});
   FrameList frames;
-  ReadFrames(input_, frames);
+  ReadFrames(*input_, frames);
   for (auto& frame : frames) {
     frames_size_ += frame.second.size();
     frames_.push_back(std::move(frame));

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -51,7 +52,7 @@ class EngineLink {
   void ReadBytes();
 
   UniqueFd fd_;
-  ByteBuffer input_;
+  std::unique_ptr<ByteBuffer> input_ = std::make_unique<ByteBuffer>();  // it cannot be moved
   std::deque<Frame> frames_;
   size_t frames_size_ = 0;  // of their payloads
   bool closed_ = false;
