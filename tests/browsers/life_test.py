@@ -29,6 +29,7 @@ class LifeTest(BrowserTestCase):
             "ready": ["ready", "none", "5.1.7.0", ["port file", "connect", "connected"],
                       ["connecting", "ready"], True],
             "plugin": [True, "plugin"],
+            "elements": ["no error", "ready", "no error"] * 3,
         }.items():
             self.assertEqual(expected, self.report(name), name)
         # The module kills before send() returns; here the echo of the text before may be faster.

@@ -160,14 +160,12 @@ const scenes = {
   },
 
   async wrapper() {
-    const script = document.createElement('script');
-    script.src = 'murmelparl.js';
-    await new Promise((resolve) => { script.onload = resolve; document.body.append(script); });
+    const { Link, LinkError } = await import('./murmelparl.mjs');
     const caught = (promise) => promise.then(() => 'no error',
-      (error) => [error instanceof MurmelParl.LinkError, error.code]);
+      (error) => [error instanceof LinkError, error.code]);
 
-    report('missing', await caught(new MurmelParl.Link({ type: 'application/x-none' }).open()));
-    const link = new MurmelParl.Link({ element: 'object' });
+    report('missing', await caught(new Link({ type: 'application/x-none' }).open()));
+    const link = new Link({ element: 'object' });
     const steps = [];
     const states = [];
     link.addEventListener('step', ({ detail }) => steps.push(detail.name));
@@ -177,6 +175,26 @@ const scenes = {
     report('ready', [link.state, link.hint, link.version, steps.slice(-3), states,
       await link.echo({ any: 'payload' }) > 0]);
     report('plugin', await caught((async () => link.send('mpbp-request-permission-result'))()));
+
+    // What a browser does to the plug-in when it does not show the element, and back.
+    const element = () => document.querySelector('object[type="application/x-murmelparl"]');
+    const asked = () => caught(link.ask('echo', ['any']));
+    const ready = async () => {
+      while (link.state !== 'ready') await pause(50);
+    };
+    const outcomes = [];
+    for (const [deed, undo] of [
+      [() => document.body.prepend(element()), () => {}],
+      [() => element().remove(), () => {}],
+      [() => { document.body.style.display = 'none'; }, () => { document.body.style.display = ''; }],
+    ]) {
+      deed();
+      outcomes.push(await asked(), link.state);
+      undo();
+      await ready();
+      outcomes.push(await asked());
+    }
+    report('elements', outcomes);
 
     const killed = new Promise((resolve) => link.addEventListener('state',
       ({ detail }) => detail.state === 'killed' && resolve()));
