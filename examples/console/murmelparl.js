@@ -346,8 +346,9 @@
       if (!element || this._early || this._state === 'killed') return;
       if (this._place.collapsed) {
         this._renewElement(); // it was taken out, and perhaps put in again
+      } else if (this._handler && element.onmessage === this._handler) {
+        // All is well.
       } else if (typeof element.version === 'string') {
-        if (this._handler && element.onmessage === this._handler) return;
         this._endAsks(new LinkError('dead', RENEWED));
         this._connect();
       } else if (!isRendered(element)) {

@@ -20,6 +20,12 @@ class ConsoleTest(BrowserTestCase):
             self.assertEqual(expected, browser.report(name), name)
         self.assertEqual(0, browser.wait())
 
+    def test_the_survivor_answers_every_question(self):
+        browser = self.open("survivor")
+        self.assertEqual(["at once", "it crashes", "it is hidden", "it is moved", "it is killed"],
+                         browser.report("answers"))
+        self.assertEqual(0, browser.wait())
+
     def test_the_console_shows_the_link_and_obeys_its_user(self):
         browser = self.open_console("?play")
         self.assertGreaterEqual(browser.report("lamps"), 4)

@@ -39,6 +39,11 @@ class LifeTest(BrowserTestCase):
         self.assertEqual(["ready", True], self.report("reconnected"))
         self.assertEqual([[True, "closed"], "closed", [True, "closed"]], self.report("closed"))
 
+    def test_the_survivor_answers_every_question(self):
+        self.open("survivor", page="page.html")
+        self.assertEqual(["at once", "it crashes", "it is hidden", "it is moved", "it is killed"],
+                         self.report("answers"))
+
     def test_reload_and_navigation_while_texts_are_in_flight(self):
         self.open("travel", 30, page="page.html")
         self.expect_travel(self.report, 30)

@@ -159,6 +159,39 @@ const scenes = {
     finish();
   },
 
+  // The example page that is to survive everything. Each question is on its way when something happens.
+  async survivor() {
+    const frame = document.createElement('iframe');
+    frame.src = 'survivor.html';
+    const loaded = new Promise((resolve) => { frame.onload = resolve; });
+    document.body.append(frame);
+    await loaded;
+    const page = frame.contentDocument;
+    const at = (id) => page.getElementById(id);
+    const until = async (test) => { while (!test()) await pause(50); };
+    const deeds = {
+      'at once': () => {},
+      'it crashes': () => frame.contentWindow.eval('link.request("crash")'),
+      'it is hidden': () => { page.body.style.display = 'none'; },
+      'it is moved': () => page.body.prepend(page.querySelector('embed')),
+      'it is killed': () => frame.contentWindow.eval('link.request("kill", true)'),
+    };
+    for (const [name, deed] of Object.entries(deeds)) {
+      deed();
+      at('box').value = name;
+      at('form').requestSubmit();
+      await pause(0);
+      if (name === 'it is hidden') page.body.style.display = '';
+      if (name === 'it is killed') {
+        await until(() => at('state').textContent === 'killed');
+        at('again').click();
+      }
+      await until(() => at('answers').lastChild.textContent === name);
+    }
+    report('answers', [...at('answers').children].map((item) => item.textContent));
+    finish();
+  },
+
   async wrapper() {
     const { Link, LinkError } = await import('./murmelparl.mjs');
     const caught = (promise) => promise.then(() => 'no error',
