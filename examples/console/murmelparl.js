@@ -223,15 +223,17 @@
     }
 
     /*
-     * Sends a text to the engine; while connecting it is kept until the link is ready. What is kept
-     * is lost when the element is.
+     * Sends a text to the engine; while the link is down it is kept until it is ready. What is kept
+     * is lost when the element is. Throws when the link does not come back by itself.
      */
     send(text) {
       if (typeof text !== 'string') {
         throw new LinkError('invalid', 'A text is a string; request() and ask() write JSON.');
       }
       this._check();
-      if (this._handler) this._sendNow(text);
+      // The plug-in would keep it, for ever.
+      const isGivenUp = this._state === 'dead' && this._hint === 'reconnect';
+      if (this._handler && !isGivenUp) this._sendNow(text);
       else if (this._state === 'connecting') this._unsent.push(text);
       else throw this._refusal();
     }

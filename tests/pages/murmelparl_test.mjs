@@ -132,10 +132,11 @@ test('after a crash the hint is to wait while the plug-in may come back, then to
   page.connect();
   assert.deepEqual(link.log.slice(1), ['connecting/wait', 'ready/none']);
   page.say('["f-dead"]');
-  page.instance.running = false;
-  assert.equal(await outcome(() => link.send('text')), 'dead');
+  link.send('kept by the plug-in');
   await page.clock.advance(8000);
   assert.deepEqual(link.log.slice(3), ['dead/wait', 'dead/reconnect']);
+  assert.equal(await outcome(() => link.send('kept for ever')), 'dead');
+  assert.deepEqual(page.instance.sent, ['kept by the plug-in']);
   assert.equal(await outcome(link.ready), 'dead');
 });
 
