@@ -2,21 +2,14 @@
  * The page's side of the link to the voice and video engine, through the browser's native module or
  * through the extension of browsers that take no modules: the page is the same.
  * One file, no dependencies; it sets one global, MurmelParl. murmelparl.mjs is the same as a module,
- * murmelparl.d.ts has the types, docs/pages.md what to make of it. A complete page:
+ * murmelparl.d.ts has the types, docs/pages.md what to make of it.
  *
- *   <script src="murmelparl.js"></script>
- *   <script>
  *     const link = new MurmelParl.Link({ autoReconnect: true });
- *     link.addEventListener('text', (event) => console.log('engine says', event.detail.text));
  *     link.addEventListener('state', (event) => console.log('link is', event.detail.state));
- *     link.open()
- *       .then(() => link.ask('echo', ['hello']))
- *       .then((answer) => console.log('it answers', answer))
+ *     link.open().then(() => link.ask('echo', ['hello'])).then((answer) => console.log(answer))
  *       .catch((error) => console.error(error.code, error.message));
- *   </script>
  *
  * States, in link.state and in the 'state' event:
- *
  *   idle        open() was not called yet
  *   connecting  the plug-in looks for the engine, starts it when there is none, and connects
  *   ready       texts go both ways
@@ -34,7 +27,6 @@
  * change out of such a state makes a new one.
  *
  * Events (each a CustomEvent; what follows stands in event.detail, time is in ms since 1970):
- *
  *   state  { state, previous, hint, attempts, time }  whenever one of the first three changes
  *   step   { step, name, error, time }  a connect step: 0 to 4 as in MurmelParl.STEPS, error 0 if
  *                                       it went well
@@ -47,7 +39,6 @@
  *                                       'started', 'ended' when there were as many as allowed
  *
  * Hints, in link.hint:
- *
  *   none       nothing to do
  *   wait       the plug-in is at it: it polls for the engine or restarts it by itself
  *   stuck      as wait, but no engine has come up for several attempts: tell the user. The plug-in
@@ -72,9 +63,9 @@
   const STEADY_MS = 30000;
   const MAX_TIMER_MS = 2147483647;
   const AUTO_RECONNECT = Object.freeze({ attempts: 10, firstDelayMs: 1000, maxDelayMs: 60000 });
-  const HIDDEN = 'The plug-in\'s element is not rendered.';
   const RENEWED = 'The link was made anew.';
   const NO_LINK = 'Send returned false'; // as the plug-in says it
+  const FOR_THE_PLUGIN = ['kill', 'uploadbrowserpluginlog'];
   // What the extension says when there is no link any more, and the state that it means.
   const ENDS = Object.freeze({
     'connector-missing': 'missing', 'connector-refused': 'missing', 'version-mismatch': 'missing',
@@ -166,22 +157,17 @@
       this._element = null;
       this._place = null; // a Range around it
       this._handler = null; // our onmessage, while the element has an instance of the plug-in
-      this._transport = null;
+      this._transport = this._observer = null;
       this._state = 'idle';
       this._hint = 'none';
       this._failure = null; // why the state is what it is
-      this._attempts = 0;
-      this._reconnects = 0;
-      this._readySince = 0;
-      this._givingUp = 0; // timers
-      this._reconnecting = 0;
-      this._checking = 0;
+      this._attempts = this._reconnects = this._readySince = 0;
+      this._givingUp = this._reconnecting = this._checking = 0; // timers
       this._settling = false;
       this._early = null; // while send() runs: what the plug-in says meanwhile
       this._unsent = []; // before there is an element
       this._asks = new Set(); // { take(text), end(error, answer) }, in the order of asking
       this._echoNumber = 0;
-      this._observer = null;
       this._renewReady();
     }
 
@@ -231,8 +217,9 @@
         throw new LinkError('invalid', 'A text is a string; request() and ask() write JSON.');
       }
       this._check();
-      // The plug-in would keep it, for ever.
-      const isGivenUp = this._state === 'dead' && this._hint === 'reconnect';
+      // The plug-in would keep what is for the engine, for ever.
+      const isGivenUp = this._state === 'dead' && this._hint === 'reconnect' &&
+        !FOR_THE_PLUGIN.includes(kindOf(text));
       if (this._handler && !isGivenUp) this._sendNow(text);
       else if (this._state === 'connecting') this._unsent.push(text);
       else throw this._refusal();
@@ -323,9 +310,10 @@
         if (this._early) this._early.push(receive);
         else receive();
       };
-      this._handler = handler;
+      this._handler = null;
       this._enter('connecting', 'wait');
-      if (this._handler !== handler) return;
+      if (this._element !== element || this._handler) return; // a listener has done something
+      this._handler = handler;
       element.onerror = (error) => { if (this._handler === handler) this._receiveError(error); };
       // Setting the handler is what starts the link.
       element.onmessage = handler;
@@ -339,9 +327,8 @@
     }
 
     /*
-     * Whether the element still has the instance that we know. One that is hidden, moved or taken out
-     * loses it without a word, together with its callbacks. One that was moved or taken out is
-     * replaced.
+     * Whether the element still has the instance that we know. When hidden, moved or taken out it
+     * loses that without a word, callbacks and all. One that was moved or taken out is replaced.
      */
     _check() {
       const element = this._element;
@@ -366,7 +353,7 @@
 
     _hide() {
       if (this._state === 'hidden') return;
-      const error = new LinkError('hidden', HIDDEN);
+      const error = new LinkError('hidden', 'The plug-in\'s element is not rendered.');
       this._handler = null;
       this._unsent = [];
       this._endAsks(error);
@@ -374,7 +361,7 @@
     }
 
     _endWithoutPlugin() {
-      const type = this._options.type;
+      const { type } = this._options;
       const refusal = 'the plug-in does not serve pages of ' + location.origin + '.';
       // Browsers with this property list nothing but their PDF viewer.
       const lists = !('pdfViewerEnabled' in navigator);
@@ -386,7 +373,6 @@
       this._end(error);
     }
 
-    /* There is no link for this page. */
     _end(error) {
       this._removeElement(error);
       this._enter(error.code, 'none', error);
@@ -432,7 +418,7 @@
 
     _sendNow(text) {
       const element = this._element;
-      if (typeof element.send !== 'function') throw this._refusal();
+      if (this._place.collapsed || typeof element.send !== 'function') throw this._refusal();
       // The plug-in answers some requests before its send() returns; 'sent' comes first all the same.
       const early = [];
       this._early = early;
@@ -485,9 +471,7 @@
       for (const ask of [...this._asks]) {
         try {
           const answer = ask.take(text);
-          if (answer === undefined) continue;
-          ask.end(null, answer);
-          return;
+          if (answer !== undefined) return ask.end(null, answer);
         } catch (error) {
           ask.end(error);
         }
@@ -521,14 +505,14 @@
         this._readySince = performance.now();
         this._enter('ready', 'none');
       } else if (kind === 'f-dead') {
-        this._endAsks(new LinkError('dead', 'The engine is gone.'));
-        this._noteEnd();
-        this._enter('dead', 'wait');
         this._endWaits();
+        this._endAsks(new LinkError('dead', 'The engine is gone.'));
+        const isSteady = performance.now() - this._readySince >= STEADY_MS;
+        if (this._state === 'ready' && isSteady) this._reconnects = 0;
+        this._enter('dead', 'wait');
         if (this._state !== 'dead') return;
         this._givingUp = setTimeout(() => this._giveUp('The engine is gone.'), GIVEN_UP_AFTER_MS);
       } else {
-        this._endWaits();
         this._enter('killed', 'reconnect', new LinkError('killed', 'The engine was killed.'));
       }
     }
@@ -549,12 +533,6 @@
       const goesOn = this._reconnecting || (this._plan && this._reconnects < this._plan.attempts);
       this._enter('dead', 'reconnect', goesOn ? null : new LinkError('dead', message));
       if (this._state === 'dead') this._planReconnect();
-    }
-
-    _noteEnd() {
-      if (this._state === 'ready' && performance.now() - this._readySince >= STEADY_MS) {
-        this._reconnects = 0;
-      }
     }
 
     /* A new element, by and by. */
@@ -615,7 +593,6 @@
     }
   }
 
-  const MurmelParl = Object.freeze({ Link, LinkError, STEPS, kindOf });
-  globalThis.MurmelParl = MurmelParl;
-  if (typeof module === 'object' && module.exports) module.exports = MurmelParl;
+  globalThis.MurmelParl = Object.freeze({ Link, LinkError, STEPS, kindOf });
+  if (typeof module === 'object' && module.exports) module.exports = globalThis.MurmelParl;
 })();

@@ -136,7 +136,8 @@ test('after a crash the hint is to wait while the plug-in may come back, then to
   await page.clock.advance(8000);
   assert.deepEqual(link.log.slice(3), ['dead/wait', 'dead/reconnect']);
   assert.equal(await outcome(() => link.send('kept for ever')), 'dead');
-  assert.deepEqual(page.instance.sent, ['kept by the plug-in']);
+  assert.equal(await outcome(() => link.request('uploadbrowserpluginlog')), 'fulfilled');
+  assert.deepEqual(page.instance.sent, ['kept by the plug-in', '["uploadbrowserpluginlog"]']);
   assert.equal(await outcome(link.ready), 'dead');
 });
 
@@ -245,6 +246,19 @@ test('open() with a time limit rejects, and the link goes on', async () => {
   page.connect();
   assert.equal(link.state, 'ready');
   assert.equal(await outcome(link.open({ timeoutMs: 2000 })), 'fulfilled');
+});
+
+test('what a listener sends or asks while the link comes up is sent', async () => {
+  const page = new Page();
+  const link = page.link();
+  link.addEventListener('state', () => {
+    link.send('first');
+    link.ask('word');
+  }, { once: true });
+  link.addEventListener('step', () => link.send('later'), { once: true });
+  link.open();
+  page.say('["f-connect",{"step":"0"}]');
+  assert.deepEqual(page.instance.sent, ['first', '["word"]', 'later']);
 });
 
 test('a page may close, reconnect or send from inside every event', async () => {
