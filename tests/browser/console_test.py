@@ -33,6 +33,16 @@ class ConsoleTest(BrowserTestCase):
         self.assertEqual([False, False], browser.report("killed"))
         self.assertEqual(0, browser.wait())
 
+    def test_the_console_has_a_button_for_an_engine_that_was_not_there(self):
+        options = self.profile.folder / "options"
+        right = options.read_text(encoding="utf-8")
+        options.write_text(right.replace("/engine\n", "/nowhere\n"), encoding="utf-8")
+        browser = self.open_console("?stuck")
+        self.assertEqual("No engine comes up", browser.report("stuck"))
+        options.write_text(right, encoding="utf-8")
+        self.assertTrue(browser.report("ready"))
+        self.assertEqual(0, browser.wait())
+
     def test_the_console_says_so_when_its_address_is_refused(self):
         self.profile.write_options(plugin_enable_corp_host=0)
         browser = self.open_console("?refused")
