@@ -37,7 +37,7 @@ export interface OpenOptions {
 }
 
 export interface AskOptions {
-  /** Whether an array of the engine is the answer; by default, whether it begins with the same word */
+  /** Whether an array is the answer; by default one is that begins with the same word */
   match?: ((answer: any[]) => boolean) | null;
   /** 10000 when not given; Infinity for no limit */
   timeoutMs?: number;
@@ -51,7 +51,8 @@ export interface LinkEventDetails {
   text: { text: string, kind: string, own: boolean, time: number };
   sent: { text: string, kind: string, time: number };
   error: { code: string, message: string, time: number };
-  reconnect: { phase: 'waiting' | 'started' | 'ended', attempt: number, delayMs: number, time: number };
+  reconnect: {
+    phase: 'waiting' | 'started' | 'ended', attempt: number, delayMs: number, time: number };
 }
 
 /** An EventTarget, of these events alone. */

@@ -213,10 +213,8 @@
      * is lost when the element is. Throws when the link does not come back by itself.
      */
     send(text) {
-      if (typeof text !== 'string') {
-        throw new LinkError('invalid', 'A text is a string; request() and ask() write JSON.');
-      }
-      this._check();
+      if (typeof text !== 'string') throw new LinkError('invalid', 'A text is a string.');
+      if (this._element && this._place.collapsed) this._check();
       // The plug-in would keep what is for the engine, for ever.
       const isGivenUp = this._state === 'dead' && this._hint === 'reconnect' &&
         !FOR_THE_PLUGIN.includes(kindOf(text));
@@ -417,20 +415,24 @@
     // ---- texts ----
 
     _sendNow(text) {
-      const element = this._element;
-      if (this._place.collapsed || typeof element.send !== 'function') throw this._refusal();
+      if (this._place.collapsed) throw this._refusal();
+      const handler = this._handler;
       // The plug-in answers some requests before its send() returns; 'sent' comes first all the same.
       const early = [];
       this._early = early;
+      let failure = null;
       try {
-        element.send(text);
+        this._element.send(text);
         this._emit('sent', { text, kind: kindOf(text) });
       } catch (error) {
-        throw this._refusal(error.message);
-      } finally {
-        this._early = null;
-        early.forEach((receive) => receive());
+        failure = error;
       }
+      this._early = null;
+      early.forEach((receive) => receive());
+      if (!failure) return;
+      this._check(); // there may be another instance, or none
+      if (this._handler !== handler) this.send(text);
+      else throw this._refusal(failure instanceof TypeError ? NO_LINK : failure.message);
     }
 
     /* What to throw for a text that cannot be sent now, or that the plug-in refused with `message`. */
