@@ -172,7 +172,10 @@ const scenes = {
     const deeds = {
       'at once': () => {},
       'it crashes': () => frame.contentWindow.eval('link.request("crash")'),
-      'it is hidden': () => { page.body.style.display = 'none'; },
+      'it is hidden': () => {
+        page.body.style.display = 'none';
+        page.body.getClientRects();
+      },
       'it is moved': () => page.body.prepend(page.querySelector('embed')),
       'it is killed': () => frame.contentWindow.eval('link.request("kill", true)'),
     };
@@ -221,8 +224,11 @@ const scenes = {
       [() => element().remove(), () => {}],
       [() => { document.body.style.display = 'none'; }, () => { document.body.style.display = ''; }],
     ]) {
+      await pause(0); // an answer is an event of the element
       deed();
+      document.body.getClientRects(); // the browser lays out the page now, and not by and by
       outcomes.push(await asked(), link.state);
+      await pause(0);
       undo();
       await ready();
       outcomes.push(await asked());
