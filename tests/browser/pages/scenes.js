@@ -163,12 +163,12 @@ const scenes = {
   async survivor() {
     const frame = document.createElement('iframe');
     frame.src = 'survivor.html';
-    const loaded = new Promise((resolve) => { frame.onload = resolve; });
     document.body.append(frame);
-    await loaded;
+    const until = async (test) => { while (!test()) await pause(50); };
+    await until(() => frame.contentDocument?.getElementById('answers') &&
+      frame.contentDocument.readyState === 'complete');
     const page = frame.contentDocument;
     const at = (id) => page.getElementById(id);
-    const until = async (test) => { while (!test()) await pause(50); };
     const deeds = {
       'at once': () => {},
       'it crashes': () => frame.contentWindow.eval('link.request("crash")'),
