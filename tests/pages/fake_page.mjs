@@ -212,3 +212,9 @@ export async function outcome(what) {
   const pending = new Promise((resolve) => setTimeout(resolve, 20, 'pending'));
   return Promise.race([settled, pending]);
 }
+
+/* A promise that is looked at later, with outcome(). */
+export function quiet(promise) {
+  promise.catch(() => {});
+  return promise;
+}
