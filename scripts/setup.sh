@@ -11,6 +11,11 @@ browser_packages=(qtwebengine5-dev libqt5webenginewidgets5 xvfb xauth libgl1-mes
                   fonts-dejavu-core python3)
 browsers_packages=(chromium firefox-esr imagemagick libnss3-tools node-typescript openssl python3)
 bench_packages=(libwebsockets-dev libuv1-dev libbenchmark-dev gnuplot-nox)
+# For what tests murmelparl.js. A machine may have them from elsewhere than Debian.
+pages_packages=()
+command -v node >/dev/null || pages_packages+=(nodejs)
+command -v npm >/dev/null || pages_packages+=(npm)
+command -v tsc >/dev/null || pages_packages+=(node-typescript)
 picture_packages=(xvfb xauth imagemagick fonts-dejavu-core)
 fuzz_packages=(clang libclang-rt-dev)
 # Debian 12 has a second engine that takes modules; that of Debian 13 does no more.

@@ -2,9 +2,12 @@
 (function () {
   'use strict';
 
-  /*
+  /**
    * The request buttons, group by group. `text` is what is sent; a function is called for it.
    * An engine of another make needs nothing but another table.
+   * @typedef {{ label: string, help: string, text: unknown[] | (() => unknown[]),
+   *   danger?: boolean }} Request
+   * @type {{ group: string, buttons: Request[] }[]}
    */
   const REQUESTS = [
     { group: 'To the plug-in', buttons: [
@@ -48,9 +51,16 @@
   const TRIP_EVERY_MS = 1000;
   const MAX_TRIPS = 60;
 
+  /** @type {(id: string) => any} */
   const $ = (id) => document.getElementById(id);
   const link = new MurmelParl.Link();
 
+  /**
+   * @param {string} tag
+   * @param {string} [className]
+   * @param {string} [text]
+   * @returns {any}
+   */
   function make(tag, className, text) {
     const element = document.createElement(tag);
     if (className) element.className = className;
@@ -58,8 +68,10 @@
     return element;
   }
 
+  /** @param {number} time */
   function clock(time) {
     const date = new Date(time);
+    /** @type {(number: number, digits: number) => string} */
     const pad = (number, digits) => String(number).padStart(digits, '0');
     return pad(date.getHours(), 2) + ':' + pad(date.getMinutes(), 2) + ':' +
       pad(date.getSeconds(), 2) + '.' + pad(date.getMilliseconds(), 3);
@@ -76,6 +88,7 @@
     return lamp;
   });
 
+  /** @type {(index: number, time: number, error: number) => void} */
   function light(index, time, error) {
     const lamp = lamps[index];
     const bad = error !== 0 || index >= DEAD;
@@ -88,6 +101,7 @@
   }
 
   let failure = '';  // what the extension says of itself
+  /** @type {Record<string, () => [string, string, string]>} */
   const NOTICES = {
     missing: () => ['bad', 'There is no plug-in for this page',
       failure || 'Nothing here handles the type application/x-murmelparl. In Chromium and Firefox ' +
@@ -102,13 +116,18 @@
       'looks the same to a page.)'],
     stuck: () => ['busy', 'No engine comes up',
       'The plug-in has looked ' + link.attempts + ' times and goes on looking. Is the engine ' +
-      'installed where install_dir in the plug-in\'s options file says?'],
+      'installed where install_dir in the plug-in\'s options file says? The plug-in starts it again ' +
+      'when you connect again.'],
+    hidden: () => ['bad', 'The plug-in\'s element is hidden',
+      'A browser takes its plug-in away from an element that it does not show. The link comes back ' +
+      'when the element does.'],
     wait: () => ['busy', 'The engine is gone', 'The plug-in starts it again by itself.'],
     dead: () => ['bad', 'The plug-in has given up on the engine',
       'The engine could not be started, or broke the link before it was ready.'],
     killed: () => ['bad', 'The engine was killed', 'That was asked for; the link stays down.'],
   };
 
+  /** @type {(state: string, hint: string) => [string, string, string] | null} */
   function noticeFor(state, hint) {
     if (NOTICES[hint] && (hint === 'stuck' || state === 'dead')) return NOTICES[hint]();
     return NOTICES[state] ? NOTICES[state]() : null;
@@ -123,7 +142,7 @@
     document.title = state + ' – Parl console';
     const notice = noticeFor(state, hint);
     $('notice').hidden = !notice;
-    $('reconnect').hidden = hint !== 'reconnect';
+    $('reconnect').hidden = !['reconnect', 'stuck'].includes(hint) && state !== 'missing';
     if (!notice) return;
     $('notice').dataset.level = notice[0];
     $('notice-title').textContent = notice[1];
@@ -138,11 +157,16 @@
 
   // ---- The log of texts ----
 
-  const entries = []; // { item, way, trip, text, line }
+  /** @typedef {{ item: any, way: string, trip: boolean, text: string, line: string }} Entry */
+  /** @type {Entry[]} */
+  const entries = [];
 
+  /** @param {Entry} entry */
   function isShown(entry) {
     if (entry.trip && !$('show-trip').checked) return false;
-    const box = { out: 'show-out', in: 'show-in', own: 'show-own' }[entry.way];
+    /** @type {Record<string, string>} */
+    const boxes = { out: 'show-out', in: 'show-in', own: 'show-own' };
+    const box = boxes[entry.way];
     if (box && !$(box).checked) return false;
     const wanted = $('filter').value.toLowerCase();
     return !wanted || entry.text.toLowerCase().includes(wanted);
@@ -160,9 +184,11 @@
     showCount();
   }
 
+  /** @type {Record<string, [string, string]>} */
   const ARROWS = { out: ['→', 'sent'], in: ['←', 'received'], own: ['•', 'status'],
     failed: ['!', 'not sent'] };
 
+  /** @type {(way: string, text: string, time: number, trip: boolean) => void} */
   function addEntry(way, text, time, trip) {
     const log = $('log');
     const atEnd = log.scrollHeight - log.scrollTop - log.clientHeight < 40;
@@ -180,11 +206,12 @@
     item.hidden = !isShown(entry);
     entries.push(entry);
     log.append(item);
-    if (entries.length > MAX_ENTRIES) entries.shift().item.remove();
+    if (entries.length > MAX_ENTRIES) entries.splice(0, 1)[0].item.remove();
     if (atEnd && !item.hidden) log.scrollTop = log.scrollHeight;
     showCount();
   }
 
+  /** @param {string} text */
   async function copyText(text) {
     try {
       await navigator.clipboard.writeText(text);
@@ -207,7 +234,7 @@
       await copyText(lines.join('\n') + '\n');
     } catch (error) {
       result = 'Not copied';
-      showError(error);
+      showError(/** @type {Error} */ (error));
     }
     $('copy').textContent = result;
     setTimeout(() => { $('copy').textContent = 'Copy'; }, 1500);
@@ -215,13 +242,16 @@
 
   // ---- Sending ----
 
+  /** @type {string[]} */
   const history = [];
   let historyAt = 0;
 
+  /** @param {Error | null} error */
   function showError(error) {
     $('error').textContent = error ? error.message : '';
   }
 
+  /** @param {string} text */
   function send(text) {
     try {
       link.send(text);
@@ -229,7 +259,7 @@
       return true;
     } catch (error) {
       addEntry('failed', text, Date.now(), false);
-      showError(error);
+      showError(/** @type {Error} */ (error));
       return false;
     }
   }
@@ -240,6 +270,7 @@
     $('kind').textContent = !text ? '' : kind ? '– request “' + kind + '”' : '– plain text';
   }
 
+  /** @param {string} text */
   function setBox(text) {
     $('box').value = text;
     showKind();
@@ -253,15 +284,19 @@
     setBox('');
   }
 
-  /* Up and Down walk through what was sent, as long as the box holds one line. */
+  /**
+   * Up and Down walk through what was sent, as long as the box holds one line.
+   * @param {KeyboardEvent} event
+   */
   function walkHistory(event) {
-    const step = { ArrowUp: -1, ArrowDown: 1 }[event.key];
+    const step = event.key === 'ArrowUp' ? -1 : event.key === 'ArrowDown' ? 1 : 0;
     if (!step || $('box').value.includes('\n')) return;
     historyAt = Math.min(Math.max(historyAt + step, 0), history.length);
     setBox(history[historyAt] || '');
     event.preventDefault();
   }
 
+  /** @param {KeyboardEvent} event */
   function onBoxKey(event) {
     if (event.key === 'Enter' && !event.shiftKey && !event.isComposing) {
       event.preventDefault();
@@ -271,6 +306,7 @@
     }
   }
 
+  /** @param {Request} request */
   function onRequest(request) {
     const value = typeof request.text === 'function' ? request.text() : request.text;
     const text = JSON.stringify(value);
@@ -298,6 +334,7 @@
 
   // ---- Round trips ----
 
+  /** @type {number[]} */
   const trips = [];
   let tripPending = false;
   let lost = 0;
@@ -315,29 +352,35 @@
     showTrips();
   }
 
-  /* The end of the scale: the next of 1, 2, 5, 10, 20 … above the highest value. */
+  /**
+   * The end of the scale: the next of 1, 2, 5, 10, 20 … above the highest value.
+   * @param {number} value
+   */
   function niceCeiling(value) {
     const power = Math.pow(10, Math.floor(Math.log10(Math.max(value, 1))));
-    return [1, 2, 5, 10].map((factor) => factor * power).find((end) => end >= value);
+    return [1, 2, 5, 10].map((factor) => factor * power).find((end) => end >= value) || 1;
   }
 
+  /** @type {(top: number, y: (value: number) => number) => void} */
   function drawGrid(top, y) {
     $('plot-grid').replaceChildren(...[0, top / 2, top].flatMap((value) => {
       const line = document.createElementNS('http://www.w3.org/2000/svg', 'line');
       const text = document.createElementNS('http://www.w3.org/2000/svg', 'text');
-      for (const [name, at] of [['x1', 28], ['x2', 300], ['y1', y(value)], ['y2', y(value)]]) {
-        line.setAttribute(name, at);
+      for (const [name, at] of Object.entries({ x1: 28, x2: 300, y1: y(value), y2: y(value) })) {
+        line.setAttribute(name, String(at));
       }
-      text.setAttribute('x', 24);
-      text.setAttribute('y', y(value) + 3);
-      text.textContent = value;
+      text.setAttribute('x', '24');
+      text.setAttribute('y', String(y(value) + 3));
+      text.textContent = String(value);
       return [line, text];
     }));
   }
 
   function drawPlot() {
     const top = trips.length ? niceCeiling(Math.max(...trips)) : 100;
+    /** @type {(index: number) => number} */
     const x = (index) => 296 - (trips.length - 1 - index) * (264 / (MAX_TRIPS - 1));
+    /** @type {(value: number) => number} */
     const y = (value) => 78 - value / top * 72;
     drawGrid(top, y);
     const points = trips.map((value, index) => x(index).toFixed(1) + ',' + y(value).toFixed(1));
@@ -351,6 +394,7 @@
 
   function showTrips() {
     const sorted = [...trips].sort((a, b) => a - b);
+    /** @type {(id: string, value: number) => void} */
     const show = (id, value) => {
       $(id).textContent = value === undefined ? '–' : value.toFixed(value < 10 ? 1 : 0);
     };
@@ -364,6 +408,7 @@
 
   // ---- Putting it together ----
 
+  /** @param {string} text */
   function isTrip(text) {
     return text.startsWith('["echo",{"id":') && text.endsWith(',"round trip"]');
   }
@@ -376,14 +421,16 @@
   link.addEventListener('error', ({ detail }) => { failure = detail.message; });
   link.addEventListener('state', ({ detail }) => {
     if (detail.state === 'ready') failure = '';
-    const lamp = { ready: READY, dead: DEAD, killed: KILLED }[detail.state];
+    /** @type {Record<string, number>} */
+    const lampOf = { ready: READY, dead: DEAD, killed: KILLED };
+    const lamp = lampOf[detail.state];
     if (lamp && detail.state !== detail.previous) light(lamp, detail.time, 0);
     readySince = detail.state !== 'ready' ? 0 : readySince || detail.time;
     showState();
     showUptime();
   });
 
-  $('form').addEventListener('submit', (event) => {
+  $('form').addEventListener('submit', (/** @type {Event} */ event) => {
     event.preventDefault();
     sendBox();
   });
@@ -400,7 +447,7 @@
   });
   $('reconnect').addEventListener('click', () => link.reconnect().catch(showError));
   document.addEventListener('keydown', (event) => {
-    const typing = event.target.matches('textarea, input[type="search"]');
+    const typing = /** @type {Element} */ (event.target).matches('textarea, input[type="search"]');
     if (event.key === '/' && !typing) {
       event.preventDefault();
       $('filter').focus();

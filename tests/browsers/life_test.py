@@ -29,6 +29,7 @@ class LifeTest(BrowserTestCase):
             "ready": ["ready", "none", "5.1.7.0", ["port file", "connect", "connected"],
                       ["connecting", "ready"], True],
             "plugin": [True, "plugin"],
+            "elements": ["no error", "ready", "no error"] * 3,
         }.items():
             self.assertEqual(expected, self.report(name), name)
         # The module kills before send() returns; here the echo of the text before may be faster.
@@ -37,6 +38,11 @@ class LifeTest(BrowserTestCase):
                          [hint, *(kind for kind in order if kind != "echo")])
         self.assertEqual(["ready", True], self.report("reconnected"))
         self.assertEqual([[True, "closed"], "closed", [True, "closed"]], self.report("closed"))
+
+    def test_the_survivor_answers_every_question(self):
+        self.open("survivor", page="page.html")
+        for question in ("at once", "it crashes", "it is hidden", "it is moved", "it is killed"):
+            self.assertEqual(question, self.report("answer"))
 
     def test_reload_and_navigation_while_texts_are_in_flight(self):
         self.open("travel", 30, page="page.html")

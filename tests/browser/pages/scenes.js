@@ -159,15 +159,49 @@ const scenes = {
     finish();
   },
 
-  async wrapper() {
-    const script = document.createElement('script');
-    script.src = 'murmelparl.js';
-    await new Promise((resolve) => { script.onload = resolve; document.body.append(script); });
-    const caught = (promise) => promise.then(() => 'no error',
-      (error) => [error instanceof MurmelParl.LinkError, error.code]);
+  // The example page that is to survive everything. Each question is on its way when something happens.
+  async survivor() {
+    const frame = document.createElement('iframe');
+    frame.src = 'survivor.html';
+    document.body.append(frame);
+    const until = async (test) => { while (!test()) await pause(50); };
+    await until(() => frame.contentDocument?.getElementById('answers') &&
+      frame.contentDocument.readyState === 'complete');
+    const page = frame.contentDocument;
+    const at = (id) => page.getElementById(id);
+    const deeds = {
+      'at once': () => {},
+      'it crashes': () => frame.contentWindow.eval('link.request("crash")'),
+      'it is hidden': () => {
+        page.body.style.display = 'none';
+        page.body.getClientRects();
+      },
+      'it is moved': () => page.body.prepend(page.querySelector('embed')),
+      'it is killed': () => frame.contentWindow.eval('link.request("kill", true)'),
+    };
+    for (const [name, deed] of Object.entries(deeds)) {
+      deed();
+      at('box').value = name;
+      at('form').requestSubmit();
+      await pause(0);
+      if (name === 'it is hidden') page.body.style.display = '';
+      if (name === 'it is killed') {
+        await until(() => at('state').textContent === 'killed');
+        at('again').click();
+      }
+      await until(() => at('answers').lastChild.textContent === name);
+      report('answer', name);
+    }
+    finish();
+  },
 
-    report('missing', await caught(new MurmelParl.Link({ type: 'application/x-none' }).open()));
-    const link = new MurmelParl.Link({ element: 'object' });
+  async wrapper() {
+    const { Link, LinkError } = await import('./murmelparl.mjs');
+    const caught = (promise) => promise.then(() => 'no error',
+      (error) => [error instanceof LinkError, error.code]);
+
+    report('missing', await caught(new Link({ type: 'application/x-none' }).open()));
+    const link = new Link({ element: 'object' });
     const steps = [];
     const states = [];
     link.addEventListener('step', ({ detail }) => steps.push(detail.name));
@@ -177,6 +211,29 @@ const scenes = {
     report('ready', [link.state, link.hint, link.version, steps.slice(-3), states,
       await link.echo({ any: 'payload' }) > 0]);
     report('plugin', await caught((async () => link.send('mpbp-request-permission-result'))()));
+
+    // What a browser does to the plug-in when it does not show the element, and back.
+    const element = () => document.querySelector('object[type="application/x-murmelparl"]');
+    const asked = () => caught(link.ask('echo', ['any']));
+    const ready = async () => {
+      while (link.state !== 'ready') await pause(50);
+    };
+    const outcomes = [];
+    for (const [deed, undo] of [
+      [() => document.body.prepend(element()), () => {}],
+      [() => element().remove(), () => {}],
+      [() => { document.body.style.display = 'none'; }, () => { document.body.style.display = ''; }],
+    ]) {
+      await pause(0); // an answer is an event of the element
+      deed();
+      document.body.getClientRects(); // the browser lays out the page now, and not by and by
+      outcomes.push(await asked(), link.state);
+      await pause(0);
+      undo();
+      await ready();
+      outcomes.push(await asked());
+    }
+    report('elements', outcomes);
 
     const killed = new Promise((resolve) => link.addEventListener('state',
       ({ detail }) => detail.state === 'killed' && resolve()));

@@ -14,7 +14,20 @@
       notice.textContent.includes(location.origin), 'pdfViewerEnabled' in navigator]);
     return console.log('mpbp-browser:exit 0');
   }
-  await until(() => document.getElementById('state').textContent === 'ready');
+  const again = document.getElementById('reconnect');
+  const isReady = () => document.getElementById('state').textContent === 'ready';
+  if (location.search === '?stuck') {
+    await until(() => !again.hidden);
+    report('stuck', document.getElementById('notice-title').textContent);
+    while (!isReady()) {
+      again.click();
+      const clicked = Date.now();
+      await until(() => isReady() || Date.now() - clicked > 5000);
+    }
+    report('ready', again.hidden);
+    return console.log('mpbp-browser:exit 0');
+  }
+  await until(isReady);
   await until(() => document.getElementById('trip-now').textContent !== '–');
   report('lamps', [...document.querySelectorAll('#steps li[data-level="good"]')].length);
 
@@ -31,9 +44,8 @@
     .find((item) => item.textContent === label);
   button('Kill hard').click();
   await until(() => document.getElementById('state').textContent === 'killed');
-  const again = document.getElementById('reconnect');
   report('killed', [document.getElementById('notice').hidden, again.hidden]);
   again.click();
-  await until(() => document.getElementById('state').textContent === 'ready');
+  await until(isReady);
   console.log('mpbp-browser:exit 0');
 })();

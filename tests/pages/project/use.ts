@@ -1,0 +1,12 @@
+import { Link, type LinkState } from 'murmelparl';
+
+const link = new Link({ autoReconnect: true });
+link.addEventListener('state', ({ detail }) => show(detail.state));
+function show(state: LinkState): void {
+  document.title = state;
+}
+export const sum = async (): Promise<number> => {
+  await link.open({ timeoutMs: 5000 });
+  const [, value] = await link.ask<[string, number]>('sum', [1, 2]);
+  return value;
+};
