@@ -62,10 +62,6 @@ install(CODE "
   include(\"${CMAKE_CURRENT_LIST_DIR}/install_manifests.cmake\")"
   COMPONENT plugin)
 
-foreach(browser IN ITEMS chromium firefox)
-  configure_file(extension/policy-${browser}.json.in
-                 ${CMAKE_BINARY_DIR}/policies/${browser}.json @ONLY)
-endforeach()
 install(DIRECTORY ${CMAKE_BINARY_DIR}/policies DESTINATION ${doc_dir}/examples COMPONENT plugin)
 
 install(FILES README.md DESTINATION ${doc_dir} COMPONENT plugin)
