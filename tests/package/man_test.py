@@ -34,6 +34,11 @@ class ManTest(unittest.TestCase):
                     text = subprocess.run([path, "--help"], capture_output=True, text=True, check=True,
                                           timeout=60).stdout
                     self.assertEqual(set(re.findall(WORD, text)), described(page))
+                    if "--list" in text:
+                        checks = subprocess.run([path, "--list"], capture_output=True, text=True,
+                                                check=True, timeout=60).stdout
+                        self.assertEqual(re.findall(r"^[\w-]+", checks, re.MULTILINE),
+                                         re.findall(r"^\.It Cm (.+)", page.read_text(), re.MULTILINE))
         self.assertGreaterEqual(seen, 4)
 
     @unittest.skipUnless(shutil.which("man"), "there is no man")
