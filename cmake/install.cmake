@@ -66,6 +66,7 @@ install(DIRECTORY ${CMAKE_BINARY_DIR}/policies DESTINATION ${doc_dir}/examples C
 
 install(FILES README.md DESTINATION ${doc_dir} COMPONENT plugin)
 install(DIRECTORY docs DESTINATION ${doc_dir} COMPONENT plugin)
+install(FILES examples/engine.py DESTINATION ${doc_dir}/examples COMPONENT tools OPTIONAL)
 install(FILES engine/README.md DESTINATION ${doc_dir}/engine COMPONENT plugin)
 install(FILES extension/README.md DESTINATION ${doc_dir}/extension COMPONENT plugin)
 install(FILES man/murmel-parl-plugin.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT plugin)
