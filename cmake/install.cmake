@@ -57,7 +57,6 @@ endif()
 # /usr, Chromium's goes to /etc, as everything of SYSCONFDIR does.
 install(CODE "
   set(MPBP_CONNECTOR \"$<TARGET_FILE:mpbp-connector>\")
-  set(MPBP_MANIFESTS \"${CMAKE_BINARY_DIR}/host-manifests\")
   set(MPBP_PRIVATE_DIR \"${private_dir}\")
   include(\"${CMAKE_CURRENT_LIST_DIR}/install_manifests.cmake\")"
   COMPONENT plugin)
