@@ -1,5 +1,5 @@
-# What `cmake --install` puts where; docs/installing.md has the table. Two components, a package each:
-# "plugin" is what users need, "tools" what people need who try it or look for faults.
+# What `cmake --install` puts where; docs/installing.md has the table. Two components, a package
+# each: "plugin" is what users need, "tools" what people need who try it or look for faults.
 include(GNUInstallDirs)
 
 # Programs and module lie in one folder, with links in bin: they find each other as they do in the
@@ -24,7 +24,8 @@ endfunction()
 function(mpbp_install_program component program)
   if(TARGET ${program})
     install(TARGETS ${program} DESTINATION ${private_dir} COMPONENT ${component})
-    mpbp_install_link(${component} ${private_from_bin}/${program} ${CMAKE_INSTALL_BINDIR} ${program})
+    mpbp_install_link(${component}
+                      ${private_from_bin}/${program} ${CMAKE_INSTALL_BINDIR} ${program})
     file(REAL_PATH man/${program}.1 page)  # one page for both browsers
     install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 RENAME ${program}.1
             COMPONENT ${component})
@@ -33,7 +34,8 @@ endfunction()
 
 install(TARGETS mpbppapiplugin DESTINATION ${private_dir} COMPONENT plugin)
 mpbp_install_program(plugin mpbp-connector)
-foreach(program IN ITEMS mpbp-host mpbp-demo mpbp-browser mpbp-browser-qt6 mpbp-doctor mpbp-engine-check)
+foreach(program IN ITEMS mpbp-host mpbp-demo mpbp-browser mpbp-browser-qt6 mpbp-doctor
+                         mpbp-engine-check)
   mpbp_install_program(tools ${program})
 endforeach()
 

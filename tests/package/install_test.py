@@ -17,13 +17,14 @@ class InstallTest(unittest.TestCase):
         cls.addClassCleanup(folder.cleanup)
         cls.top = pathlib.Path(folder.name).resolve()
         cls.prefix = cls.top / "a prefix"
-        cls.environment = dict(os.environ, HOME=str(cls.top), XDG_CONFIG_HOME=str(cls.top / "config"))
+        cls.environment = dict(os.environ, HOME=str(cls.top),
+                               XDG_CONFIG_HOME=str(cls.top / "config"))
         subprocess.run(["cmake", "--install", BUILD, "--prefix", cls.prefix],
                        check=True, capture_output=True)
 
-    def run_installed(self, name, *words, **more):
-        result = subprocess.run([self.prefix / "bin" / name, *words], env=self.environment, text=True,
-                                capture_output=True, timeout=120, check=False, **more)
+    def run_installed(self, name, *words):
+        result = subprocess.run([self.prefix / "bin" / name, *words], env=self.environment,
+                                text=True, capture_output=True, timeout=120, check=False)
         self.assertEqual(0, result.returncode, result.stdout + result.stderr)
         return result.stdout
 
@@ -33,8 +34,8 @@ class InstallTest(unittest.TestCase):
             self.assertEqual(self.run_installed("mpbp-connector", "--manifest", kind), manifest)
             program = pathlib.Path(json.loads(manifest)["path"])
             self.assertIn(self.prefix, program.parents)
-            version = subprocess.run([program, "--version"], capture_output=True, check=True, text=True)
-            self.assertRegex(version.stdout, r"^\d+\.\d+\.\d+\.\d+\n$")
+            version = subprocess.run([program, "--version"], capture_output=True, check=True)
+            self.assertRegex(version.stdout, rb"^\d+\.\d+\.\d+\.\d+\n$")
 
     def test_the_manifests_are_for_the_ids_of_the_extension(self):
         extension = self.prefix / "share/murmel-parl-plugin/extension"
@@ -48,9 +49,11 @@ class InstallTest(unittest.TestCase):
         extension_id = policy["ExtensionInstallForcelist"][0].partition(";")[0]
         self.assertEqual([f"chrome-extension://{extension_id}/"], chromium["allowed_origins"])
         self.assertIn(f'"{extension_id}"', (policies / "updates.xml").read_text())
-        for file in json.loads((policies / "firefox.json").read_text())["policies"][
-                "ExtensionSettings"].values():
-            self.assertTrue((self.prefix / file["install_url"].removeprefix("file:///usr/")).exists())
+        policy = json.loads((policies / "firefox.json").read_text())["policies"]
+        ((gecko_id, settings),) = policy["ExtensionSettings"].items()
+        self.assertEqual(firefox["allowed_extensions"], [gecko_id])
+        file = self.prefix / settings["install_url"].removeprefix("file:///usr/")
+        self.assertTrue(file.exists(), file)
 
     def test_module_and_engine_work_from_the_prefix(self):
         folder = self.top / "profile/murmel-murmelparlplugin"
@@ -72,7 +75,8 @@ class InstallTest(unittest.TestCase):
         self.assertEqual([], [path for path in files if not path.exists()])
         pages = {path.stem for path in (self.prefix / "share/man").rglob("*.1")}
         self.assertEqual(pages - {"MurmelParlPlugin"}, set(os.listdir(self.prefix / "bin")))
-        self.assertTrue((self.prefix / "lib/murmel-parl-plugin/examples/console/index.html").exists())
+        example = self.prefix / "lib/murmel-parl-plugin/examples/console/index.html"
+        self.assertTrue(example.exists())
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-"""The manual pages: each program's options and its page's are the same, and the pages are well-formed."""
+"""The manual pages have the options of their programs and no others, and are well-formed."""
 import os
 import pathlib
 import re
@@ -24,6 +24,10 @@ def described(page):
     return {f"--{option}" if option else command for option, command in items}
 
 
+def printed(*command):
+    return subprocess.run(command, capture_output=True, text=True, check=True, timeout=60).stdout
+
+
 class ManTest(unittest.TestCase):
     def test_every_option_of_the_help_is_in_the_page_and_no_other(self):
         seen = 0
@@ -31,14 +35,12 @@ class ManTest(unittest.TestCase):
             if path := program(page):
                 seen += 1
                 with self.subTest(page.name):
-                    text = subprocess.run([path, "--help"], capture_output=True, text=True, check=True,
-                                          timeout=60).stdout
+                    text = printed(path, "--help")
                     self.assertEqual(set(re.findall(WORD, text)), described(page))
                     if "--list" in text:
-                        checks = subprocess.run([path, "--list"], capture_output=True, text=True,
-                                                check=True, timeout=60).stdout
-                        self.assertEqual(re.findall(r"^[\w-]+", checks, re.MULTILINE),
-                                         re.findall(r"^\.It Cm (.+)", page.read_text(), re.MULTILINE))
+                        self.assertEqual(
+                            re.findall(r"^[\w-]+", printed(path, "--list"), re.MULTILINE),
+                            re.findall(r"^\.It Cm (.+)", page.read_text(), re.MULTILINE))
         self.assertGreaterEqual(seen, 4)
 
     @unittest.skipUnless(shutil.which("man"), "there is no man")
@@ -49,7 +51,8 @@ class ManTest(unittest.TestCase):
                     ["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", page], capture_output=True,
                     text=True, check=True, env=dict(os.environ, MANWIDTH="80", LC_ALL="C.UTF-8"))
                 self.assertEqual("", result.stderr)
-                names = re.search(r"^NAME\n +(.*) (?:—|-) ", re.sub(".\b", "", result.stdout), re.M)
+                text = re.sub(".\b", "", result.stdout)
+                names = re.search(r"^NAME\n +(.*) — ", text, re.MULTILINE)
                 self.assertIn(page.stem, names[1].split(", "))
 
 
