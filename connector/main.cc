@@ -34,7 +34,7 @@ constexpr int kUsageStatus = 2;
 constexpr int kLargeBlock = 128 << 10;
 
 constexpr char kUsage[] =
-    "usage: mpbp-connector --manifest chromium|firefox\n"
+    "usage: mpbp-connector --manifest chromium|firefox [PROGRAM]\n"
     "       mpbp-connector --register [DIR] | --unregister [DIR]\n"
     "       mpbp-connector --version | --help\n";
 
@@ -42,7 +42,10 @@ constexpr char kAbout[] =
     "mpbp-connector links pages to the Murmel Parl voice and video engine. A browser with the\n"
     "extension starts it, and talks with it over its standard input and output.\n"
     "\n"
-    "  --manifest KIND     prints the host manifest for browsers of the kind chromium or firefox\n"
+    "  --manifest KIND [PROGRAM]\n"
+    "                      prints the host manifest for browsers of the kind chromium or firefox;\n"
+    "                      PROGRAM is where the connector will be installed, an absolute path, by\n"
+    "                      default where it is\n"
     "  --register [DIR]    writes the manifests for this user's Chromium, Chrome and Firefox, or\n"
     "                      DIR/chromium/ and DIR/firefox/\n"
     "  --unregister [DIR]  takes them away\n"
@@ -88,14 +91,13 @@ int Serve() {
 }
 
 int PrintManifest(std::string_view kind, const std::string& program) {
-  if (kind == "chromium") {
-    fputs(HostManifest(BrowserKind::CHROMIUM, program).c_str(), stdout);
-  } else if (kind == "firefox") {
-    fputs(HostManifest(BrowserKind::FIREFOX, program).c_str(), stdout);
-  } else {
+  const bool chromium = kind == "chromium";
+  if ((!chromium && kind != "firefox") || !program.starts_with('/')) {
     fputs(kUsage, stderr);
     return kUsageStatus;
   }
+  const BrowserKind browser = chromium ? BrowserKind::CHROMIUM : BrowserKind::FIREFOX;
+  fputs(HostManifest(browser, program).c_str(), stdout);
   return 0;
 }
 
@@ -116,7 +118,9 @@ int Run(int argc, char** argv) {
     fputs("mpbp-connector: its own path cannot be told\n", stderr);
     return 1;
   }
-  if (command == "--manifest" && argc == 3) return PrintManifest(argv[2], *program);
+  if (command == "--manifest" && (argc == 3 || argc == 4)) {
+    return PrintManifest(argv[2], argc == 4 ? argv[3] : *program);
+  }
   if ((command == "--register" || command == "--unregister") && argc <= 3) {
     const auto top = argc == 3 ? std::optional<std::string>(argv[2]) : std::nullopt;
     return ChangeRegistration(command == "--register", top, *program);

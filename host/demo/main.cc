@@ -14,7 +14,7 @@
 namespace {
 
 constexpr char kUsage[] =
-    "usage: mpbp-demo [--log]\n"
+    "usage: mpbp-demo [--log | --help]\n"
     "\n"
     "Shows the plug-in and the stand-in engine at work: libmpbppapiplugin.so and the folder "
     "engine/\n"
@@ -64,6 +64,10 @@ int RunDemo(const std::string& folder) {
 
 int main(int argc, char* argv[]) {
   const bool show_log = argc == 2 && strcmp(argv[1], "--log") == 0;
+  if (argc == 2 && strcmp(argv[1], "--help") == 0) {
+    fputs(kUsage, stdout);
+    return 0;
+  }
   if (argc > 1 && !show_log) {
     fputs(kUsage, stderr);
     return 2;

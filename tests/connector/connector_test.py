@@ -261,7 +261,8 @@ class ConnectorTest(unittest.TestCase):
 
         self.assertEqual((0, VERSION + "\n", ""), run("--version"))
         self.assertIn("--register", run("--help")[1])
-        for words in (["--manifest"], ["--manifest", "opera"], ["--none"], ["--version", "x"]):
+        for words in (["--manifest"], ["--manifest", "opera"], ["--manifest", "firefox", "a/b"],
+                      ["--none"], ["--version", "x"]):
             self.assertEqual(2, run(*words)[0], words)
         manifest = json.loads(run("--manifest", "firefox")[1])
         self.assertEqual(["example.murmel.parl", PROGRAM, ["parl@murmel.example"]],
