@@ -45,8 +45,9 @@ if(TARGET mpbp_standin_engine)
 endif()
 
 # For pages: the wrapper, and a page that uses it, which mpbp-browser opens.
-install(FILES examples/console/murmelparl.js DESTINATION ${share_dir} COMPONENT plugin)
-install(FILES examples/console/murmelparl.d.ts DESTINATION ${share_dir} COMPONENT plugin OPTIONAL)
+foreach(file murmelparl.js murmelparl.mjs murmelparl.d.ts package.json)
+  install(FILES examples/console/${file} DESTINATION ${share_dir} COMPONENT plugin)
+endforeach()
 install(DIRECTORY examples/console DESTINATION ${share_dir}/examples COMPONENT tools)
 mpbp_install_link(tools ${share_from_private}/examples ${private_dir} examples)
 
@@ -67,7 +68,7 @@ install(DIRECTORY ${CMAKE_BINARY_DIR}/policies DESTINATION ${doc_dir}/examples C
 
 install(FILES README.md DESTINATION ${doc_dir} COMPONENT plugin)
 install(DIRECTORY docs DESTINATION ${doc_dir} COMPONENT plugin)
-install(FILES examples/engine.py DESTINATION ${doc_dir}/examples COMPONENT tools OPTIONAL)
+install(FILES examples/engine.py DESTINATION ${doc_dir}/examples COMPONENT tools)
 install(FILES engine/README.md DESTINATION ${doc_dir}/engine COMPONENT plugin)
 install(FILES extension/README.md DESTINATION ${doc_dir}/extension COMPONENT plugin)
 install(FILES man/murmel-parl-plugin.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT plugin)
