@@ -95,7 +95,7 @@ bool MessageQueue::Peek(const Message** message, int wait_ms) {
 }
 
 bool MessageQueue::Get(Message* message, int wait_ms, bool process_io) {
-  {
+  if (peek_kept_) {
     CritScope scope(crit_);
     if (peek_kept_) {
       *message = std::move(peeked_);
@@ -103,24 +103,21 @@ bool MessageQueue::Get(Message* message, int wait_ms, bool process_io) {
       return true;
     }
   }
-  const uint32_t start = Time();
-  uint32_t now = start;
-  int32_t elapsed = 0;
+  std::optional<uint32_t> start;  // of waiting
   for (;;) {
     ReceiveSends();
-    const int next_delay = MoveDueMessages(now);
-    if (TakeImmediate(message, now)) return true;
+    int next_delay = kForever;
+    if (TakeNext(message, &next_delay)) return true;
     if (stopping_) return false;
 
+    if (!start) start = Time();
     int wait = next_delay;
     if (wait_ms != kForever) {
-      wait = std::max(0, wait_ms - elapsed);
+      wait = std::max(0, wait_ms - TimeDiff(Time(), *start));
       if (next_delay != kForever) wait = std::min(wait, next_delay);
     }
     if (!socket_server_->Wait(wait, process_io)) return false;
-    now = Time();
-    elapsed = TimeDiff(now, start);
-    if (wait_ms != kForever && elapsed >= wait_ms) return false;
+    if (wait_ms != kForever && TimeDiff(Time(), *start) >= wait_ms) return false;
   }
 }
 
@@ -131,8 +128,9 @@ std::optional<uint32_t> MessageQueue::NextDue() {
   return delayed_.front().trigger_ms;
 }
 
-int MessageQueue::MoveDueMessages(uint32_t now) {
-  CritScope scope(crit_);
+int MessageQueue::MoveDueMessages() {
+  if (delayed_.empty()) return kForever;
+  const uint32_t now = Time();
   while (!delayed_.empty()) {
     const uint32_t trigger = delayed_.front().trigger_ms;
     if (TimeIsLater(now, trigger)) return TimeDiff(trigger, now);
@@ -143,16 +141,18 @@ int MessageQueue::MoveDueMessages(uint32_t now) {
   return kForever;
 }
 
-bool MessageQueue::TakeImmediate(Message* message, uint32_t now) {
+bool MessageQueue::TakeNext(Message* message, int* next_delay) {
   for (;;) {
+    MessageList taken;  // its node is freed without the lock
     {
       CritScope scope(crit_);
+      *next_delay = MoveDueMessages();
       if (immediate_.empty()) return false;
-      *message = std::move(immediate_.front());
-      immediate_.pop_front();
+      taken.splice(taken.begin(), immediate_, immediate_.begin());
     }
+    *message = std::move(taken.front());
     if (message->ts_sensitive != 0) {
-      const int32_t late = TimeDiff(now, message->ts_sensitive);
+      const int32_t late = TimeDiff(Time(), message->ts_sensitive);
       if (late > 0) {
         LOG(LS_WARNING) << "Get: id: " << message->message_id
                         << "  delay: " << late + kMaxDeliveryDelayMs << "ms";
@@ -167,11 +167,15 @@ void MessageQueue::Post(MessageHandler* handler, uint32_t id, std::unique_ptr<Me
                         bool time_sensitive) {
   if (stopping_ && id != MQID_DISPOSE) return;
   EnsureRegistered();
-  CritScope scope(crit_);
   // 0 stands for "not sensitive", so the one due time that is 0 becomes 1.
   const uint32_t due = time_sensitive ? std::max<uint32_t>(1, TimeAfter(kMaxDeliveryDelayMs)) : 0;
-  immediate_.push_back(Message{handler, id, std::move(data), due});
-  socket_server_->WakeUp();
+  MessageList posted;  // made without the lock
+  posted.push_back(Message{handler, id, std::move(data), due});
+  CritScope scope(crit_);
+  const bool was_empty = immediate_.empty();
+  immediate_.splice(immediate_.end(), posted);
+  // Where there was a message, the owner looks for the next one before it waits.
+  if (was_empty) socket_server_->WakeUp();
 }
 
 void MessageQueue::PostDelayed(int32_t delay_ms, MessageHandler* handler, uint32_t id,
@@ -191,8 +195,10 @@ void MessageQueue::DoDelayPost(int32_t delay_ms, uint32_t trigger_ms, MessageHan
   CritScope scope(crit_);
   delayed_.push_back({delay_ms, trigger_ms, next_sequence_, {handler, id, std::move(data), 0}});
   std::push_heap(delayed_.begin(), delayed_.end(), ComesLater);
+  // A timer that is due after another one shortens no wait.
+  const bool is_next = delayed_.front().sequence == next_sequence_;
   ++next_sequence_;
-  socket_server_->WakeUp();
+  if (is_next) socket_server_->WakeUp();
 }
 
 void MessageQueue::Clear(const MessageHandler* handler, uint32_t id, MessageList* removed) {

@@ -91,15 +91,16 @@ class MessageQueue {
   void DoDelayPost(int32_t delay_ms, uint32_t trigger_ms, MessageHandler* handler, uint32_t id,
                    std::unique_ptr<MessageData> data);
   // Moves what is due to the immediate queue; the wait until the next one, or kForever.
-  [[nodiscard]] int MoveDueMessages(uint32_t now);
-  // Takes the head of the immediate queue, deleting what is to be disposed of on the way.
-  [[nodiscard]] bool TakeImmediate(Message* message, uint32_t now);
+  [[nodiscard]] int MoveDueMessages() MPBP_REQUIRES(crit_);
+  // Moves what is due and takes the head of the immediate queue, deleting what is to be disposed of
+  // on the way. False, with the wait until the next timer, when there is none.
+  [[nodiscard]] bool TakeNext(Message* message, int* next_delay);
 
   std::unique_ptr<SocketServer> owned_server_;
   SocketServer* socket_server_;
   std::atomic<bool> stopping_{false};
   std::atomic<bool> registered_{false};
-  bool peek_kept_ MPBP_GUARDED_BY(crit_) = false;
+  std::atomic<bool> peek_kept_{false};  // set by the owner alone, cleared with the lock held
   Message peeked_ MPBP_GUARDED_BY(crit_);
   MessageList immediate_ MPBP_GUARDED_BY(crit_);
   // A heap, the earliest on top.

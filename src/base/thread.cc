@@ -170,6 +170,7 @@ void Thread::Send(MessageHandler* handler, uint32_t id, std::unique_ptr<MessageD
   {
     CritScope scope(crit_);
     pending_sends_.push_back({std::move(message), completion});
+    has_sends_ = true;
     socket_server()->WakeUp();
   }
   // From here on this object may go at any time: that ends the send.
@@ -185,7 +186,9 @@ void Thread::Send(MessageHandler* handler, uint32_t id, std::unique_ptr<MessageD
 }
 
 void Thread::ReceiveSends() {
+  if (!has_sends_) return;
   crit_.Enter();
+  has_sends_ = false;  // all of them are run below, or by whom a handler calls
   while (!pending_sends_.empty()) {
     PendingSend send = std::move(pending_sends_.front());
     pending_sends_.pop_front();

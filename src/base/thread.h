@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <list>
 #include <memory>
 #include <string>
@@ -86,6 +87,7 @@ class Thread : public MessageQueue {
   pthread_t handle_{};
   Runnable* runnable_ = nullptr;
   std::list<PendingSend> pending_sends_ MPBP_GUARDED_BY(crit_);
+  std::atomic<bool> has_sends_{false};  // set before the wake-up that it is for
 };
 
 }  // namespace mpbp
