@@ -29,9 +29,15 @@ constexpr const char* kTextsWithWord[] = {
     R"(from-the-page is no JSON "@")",
 };
 constexpr const char* kTextsToEngine[] = {
-    R"(["#","@","from-the-page"])", R"(["#",{"@":"from-the-page"},"from-the-page"])",
-    R"(["#","%","from-the-page"])", R"(["#","@"]from-the-page)",
-    R"(["#","from-the-page\"@"])",  // a single string, for engines that take no more
+    R"(["#","@","from-the-page"])",
+    R"(["#",{"@":"from-the-page"},"from-the-page"])",
+    R"(["#","%","from-the-page"])",
+    R"(["#","@"]from-the-page)",
+    // The word at the end of a string, for engines that take one, two or three.
+    R"(["#","from-the-page\"@"])",
+    R"(["#","from-the-page\"@",""])",
+    R"(["#","","from-the-page\"@"])",
+    R"(["#","from-the-page\"@","",""])",
 };
 constexpr const char* kTextsWithWordInFront[] = {
     R"(["@","from-the-page",0,1])",
