@@ -27,7 +27,8 @@
  * change out of such a state makes a new one.
  *
  * Events (each a CustomEvent; what follows stands in event.detail, time is in ms since 1970):
- *   state  { state, previous, hint, attempts, time }  whenever one of the first three changes
+ *   state  { state, previous, hint, attempts, time }  whenever one of the first three changes, and
+ *          at each further attempt while the hint is stuck
  *   step   { step, name, error, time }  a connect step: 0 to 4 as in MurmelParl.STEPS, error 0 if
  *                                       it went well
  *   text   { text, kind, own, time }    a text from the engine or, with own true, from the plug-in
@@ -521,8 +522,13 @@
 
     _receiveStep(step, error) {
       this._emit('step', { step, name: STEPS[step], error });
-      if (!this._handler || step === 4) return;
-      if (step === 0 && error !== 0) this._attempts++;
+      if (!this._handler) return;
+      // An attempt ends in vain where no engine has left word, or none answers at the place it named:
+      // one that was killed leaves its port file behind. The end of a link is no attempt.
+      const isVain = error !== 0 && (step < 2 || (step === 4 && this._state === 'connecting'));
+      if (isVain) this._attempts++;
+      if (step === 3) this._attempts = 0;
+      if (step === 4 && !isVain) return;
       const isStuck = this._attempts >= STUCK_AFTER;
       this._enter('connecting', isStuck ? 'stuck' : 'wait');
       if (isStuck && this._hint === 'stuck') this._planReconnect();

@@ -141,16 +141,24 @@ test('after a crash the hint is to wait while the plug-in may come back, then to
   assert.equal(await outcome(link.ready), 'dead');
 });
 
-test('stuck heals with a new element', async () => {
-  const page = new Page();
-  const link = page.link();
-  link.open();
-  await page.poll(5);
-  assert.equal(link.log.at(-1), 'connecting/stuck');
-  link.reconnect();
-  await page.clock.advance(0);
-  assert.equal(page.instances.length, 2);
-  assert.deepEqual([link.state, link.hint, link.attempts], ['connecting', 'wait', 0]);
+test('stuck, without a port file or with a stale one, heals with a new element', async () => {
+  const noFile = ['["f-connect",{"error":-1,"step":"0"}]'];
+  const staleFile = ['["f-connect",{"step":"0"}]', '["f-connect",{"step":"1"}]',
+    '["f-connect",{"error":111,"step":"4"}]'];
+  for (const attempt of [noFile, staleFile]) {
+    const page = new Page();
+    const link = page.link();
+    link.open();
+    for (let i = 0; i < 5; i++) {
+      assert.equal(link.hint, 'wait');
+      page.say(...attempt);
+    }
+    assert.equal(link.log.at(-1), 'connecting/stuck');
+    link.reconnect();
+    await page.clock.advance(0);
+    assert.equal(page.instances.length, 2);
+    assert.deepEqual([link.state, link.hint, link.attempts], ['connecting', 'wait', 0]);
+  }
 });
 
 test('autoReconnect makes new elements after growing waits, up to its bound', async () => {
