@@ -10,6 +10,14 @@ export type LinkErrorCode = 'closed' | 'dead' | 'killed' | 'hidden' | 'missing' 
   'timeout' | 'invalid' | 'plugin';
 export type StepName = 'port file' | 'connect' | 'engine start' | 'connected' | 'closed';
 
+/** The bare element, for pages that do without a Link. With no plug-in in it, it has none of this. */
+export type ParlElement = Omit<HTMLEmbedElement, 'onerror'> & {
+  readonly version?: string;
+  onmessage?: ((text: string) => void) | null;
+  onerror?: ((error: Error & { code: string }) => void) | null;
+  send(text: string): number;
+};
+
 export class LinkError extends Error {
   constructor(code: LinkErrorCode, message: string);
   readonly code: LinkErrorCode;

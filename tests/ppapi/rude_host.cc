@@ -59,12 +59,13 @@ void Reach(const std::string& state, const std::string& module,
   if (state == "page") return;
   const std::string wanted =
       state == "launch" ? "[\"f-connect\",{\"step\":\"2\"}]" : "[\"f-ready\"]";
-  bool seen = false;
-  (*page)->SetOnMessage([&](const std::string& text) {
+  // The page gets texts for as long as it is there, which is longer than this runs.
+  static bool seen = false;
+  (*page)->SetOnMessage([wanted, state, leave](const std::string& text) {
     seen = seen || text.starts_with(wanted);
     if (seen && state == "inside") leave();
   });
-  if (!host->RunUntil([&] { return seen; }, kTimeoutMs)) Fail("no " + wanted);
+  if (!host->RunUntil([] { return seen; }, kTimeoutMs)) Fail("no " + wanted);
 }
 
 void Leave(const std::string& module, std::string_view way, size_t descriptors) {

@@ -1,4 +1,4 @@
-import { Link, type LinkState } from 'murmelparl';
+import { Link, type LinkState, type ParlElement } from 'murmelparl';
 
 const link = new Link({ autoReconnect: true });
 link.addEventListener('state', ({ detail }) => show(detail.state));
@@ -10,3 +10,7 @@ export const sum = async (): Promise<number> => {
   const [, value] = await link.ask<[string, number]>('sum', [1, 2]);
   return value;
 };
+
+export const bare = document.querySelector('embed') as Element as ParlElement;
+bare.onmessage = (text) => { bare.send(text); };
+bare.onerror = ({ code }) => { document.title = code; };
