@@ -54,6 +54,8 @@ void OpenLoader(const Element& element, PP_Var url) {
   requests->SetProperty(request, PP_URLREQUESTPROPERTY_URL, url);
   const PP_Resource loader = loaders->Create(element.instance);
   trusted->GrantUniversalAccess(loader);
+  // Never dereferenced: the browser only hands it back.
+  // NOLINTNEXTLINE(performance-no-int-to-ptr)
   loaders->Open(loader, request, {opened, reinterpret_cast<void*>(intptr_t{loader}), 0});
   core->ReleaseResource(request);
 }
