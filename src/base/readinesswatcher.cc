@@ -83,7 +83,8 @@ void ReadinessWatcher::Run() {
 }
 
 void ReadinessWatcher::Stop(int wait_ms) {
-  if (joined_.exchange(true)) return;
+  // A forked child has no such thread, but the descriptors: its end must not be the parent's.
+  if (getpid() != process_ || joined_.exchange(true)) return;
   const uint64_t one = 1;
   // The only possible failure is a full counter, which ends the thread too.
   static_cast<void>(!write(stop_.get(), &one, sizeof(one)));

@@ -3,6 +3,7 @@
 #define MPBP_BASE_READINESSWATCHER_H_
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
@@ -41,7 +42,7 @@ class ReadinessWatcher {
   void Rearm();
 
   // The thread ends and is waited for, for at most `wait_ms`; negative: without limit. From any
-  // thread, at the end of the process: the watcher is of no more use.
+  // thread, at the end of the process: the watcher is of no more use. Nothing in a forked child.
   void Stop(int wait_ms);
 
  private:
@@ -57,6 +58,7 @@ class ReadinessWatcher {
   const UniqueFd epoll_;
   const UniqueFd timer_;
   const UniqueFd stop_;
+  const pid_t process_ = getpid();
   int watched_ = -1;
   bool timer_set_ = false;
   uint32_t trigger_ms_ = 0;

@@ -1,4 +1,5 @@
 // The option "prompt_delivery": a thread of the module's own sees to it that links are served.
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -67,6 +68,16 @@ TEST_F(PromptDeliveryTest, IsOffByDefaultAndSharedByPages) {
   second->DestroyInstance();
   EXPECT_EQ(CountWatchers(), 0);
   first->DestroyInstance();
+}
+
+TEST_F(PromptDeliveryTest, AForkedChildThatExitsDoesNotEndIt) {
+  ConnectWithoutPump();
+  const pid_t child = fork();
+  if (child == 0) exit(0);
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  engine_->Send("[1]");
+  ASSERT_TRUE(RunUntilText("[1]"));
+  EXPECT_EQ(CountWatchers(), 1);
 }
 
 TEST_F(PromptDeliveryTest, AsksOnceHoweverLongTheMainThreadIsBusy) {
